@@ -1,0 +1,63 @@
+// A track of an open movie, and the reader of its chunk offset table.
+#pragma once
+
+#include <cstdint>
+
+#include "API/Inc/PeltBinaryData.h"
+#include "Inc/AtomscanTypes.h"
+
+namespace QT {
+
+constexpr TesselIID kIID_IQTTrack = {{0xe7, 0xbc, 0x41, 0x7c, 0xa3, 0x8a, 0x60, 0x43, 0xb8, 0xa8, 0x60, 0x1e, 0xd8, 0xe8, 0xa7, 0xca}};
+
+class IQTTrack : public TesselUnknown {
+public:
+    virtual std::uint64_t GetTrackIndex() = 0;
+    // vide, soun, tmcd (also for tc64), text, clcp, or unkn.
+    virtual FourCC GetTrackMediaType() = 0;
+    // 0, 0, width, height from the track header.
+    virtual void GetTrackDimensions(QTRect& outRect) = 0;
+    virtual bool IsTrackEnabled() = 0;
+    // In the movie time scale, as stored.
+    virtual std::uint32_t GetTrackDuration() = 0;
+    virtual std::uint32_t GetMediaTimeScale() = 0;
+    // The edit's length in the movie time scale.
+    virtual std::uint32_t GetEditDuration() = 0;
+    virtual std::int32_t GetSampleDescriptionCount() = 0;
+    // Samples that the edit covers.
+    virtual std::uint32_t GetEditSampleCount() = 0;
+    virtual std::uint32_t GetTrackDurationInMediaTimeScale() = 0;
+    // True without an edit; false with two or more; with one, false only when
+    // `requireUnitRate` is set and its rate is not 1.0.
+    virtual bool HasSimpleEditList(bool requireUnitRate) = 0;
+    virtual bool IsTrackTrimmed() = 0;
+    virtual std::uint32_t GetEditMediaTime() = 0;
+    // The first user data item of the type: true, and its bytes in `outData`.
+    virtual bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) = 0;
+    virtual bool IsTrackMatrixIdentity() = 0;
+    virtual bool IsTrackMatrixIdentity2D() = 0;
+    virtual bool IsTrackMatrixRightAngle() = 0;
+    // 0 to 3 quarter turns; 0 also for a matrix that is no right angle.
+    virtual std::uint32_t GetTrackMatrixRotation() = 0;
+};
+
+class AtomReader;
+struct TrackItem;
+
+// Reads a track's chunk offsets from `co64` if the track has one, else `stco`.
+class ChunkOffsetHelper {
+public:
+    ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader);
+    // Contract: entryIdx < mNumEntries. An entry outside the copy reads as 0.
+    std::uint64_t GetEntry(std::uint64_t entryIdx) const;
+    std::uint32_t NumEntries() const { return mNumEntries; }
+    bool IsWide() const { return mIsCo64; }
+
+private:
+    const TrackItem* mTrackItem;
+    const AtomReader* mReader;
+    bool mIsCo64;
+    std::uint32_t mNumEntries;
+};
+
+} // namespace QT

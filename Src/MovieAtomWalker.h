@@ -1,0 +1,61 @@
+// The walk of the movie atom copy: finds `mvhd`, every track's atoms, the
+// user data and the metadata, and notes where they lie.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "Inc/QTMetadata.h"
+#include "Src/AtomReader.h"
+#include "Src/QTMooVAtom.h"
+
+namespace QT {
+
+// The parser steps with guard 9; the repair object with guard 8, so that it
+// also sees an 8-byte atom that ends exactly at the limit.
+constexpr std::uint32_t kParserGuard = 9;
+constexpr std::uint32_t kFixerGuard = 8;
+
+// The lists that a walk fills.
+struct MovieAtomIndex {
+    AtomPtr mMvhd;
+    std::vector<TrackItem> mTracks;
+    std::vector<UserDataEntry> mUserData;
+    MetadataMap mMetadata;
+};
+
+class MovieAtomWalker {
+public:
+    MovieAtomWalker(const AtomReader& reader, std::uint32_t guard, MovieAtomIndex& out)
+        : mReader(reader), mTotal(reader.Size()), mGuard(guard), mOut(out) {}
+
+    // True when the copy describes a movie: `mvhd` and at least one track,
+    // every track complete. User data and metadata cannot fail.
+    bool WalkMovieAtom();
+
+    bool FindMovieHeader();
+    bool WalkTracks();
+    void WalkMovieUserData();
+    void WalkMetadata();
+    // Lists the children of the `udta` whose content starts at `atomStart`.
+    void WalkUserData(std::uint32_t atomStart, std::uint32_t atomSize, std::vector<UserDataEntry>& list);
+
+private:
+    StepResult Step(std::uint32_t offset, AtomHeader& h) const { return StepAtom(mReader, offset, mTotal, mGuard, h); }
+    StepResult Step(std::uint32_t offset, std::uint32_t limit, AtomHeader& h) const
+    {
+        return StepAtom(mReader, offset, limit, mGuard, h);
+    }
+    bool ReadEditList(std::uint32_t edts, TrackItem& item);
+    void WalkApertureChildren(std::uint32_t tapt, std::uint32_t end, TrackItem& item);
+    bool WalkMedia(std::uint32_t mdia, TrackItem& item, std::uint32_t& cursor);
+    bool WalkMediaInformation(std::uint32_t minf, std::uint32_t minfEnd, TrackItem& item, std::uint32_t& cursor);
+    bool WalkSampleTable(std::uint32_t stbl, std::uint32_t stblEnd, TrackItem& item);
+
+    const AtomReader& mReader;
+    const std::uint32_t mTotal;
+    const std::uint32_t mGuard;
+    MovieAtomIndex& mOut;
+};
+
+} // namespace QT

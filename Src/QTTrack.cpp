@@ -1,0 +1,318 @@
+#include "Src/QTTrack.h"
+
+#include "Src/SampleTableCursors.h"
+
+namespace QT {
+
+namespace {
+
+// Fields of `tkhd` content, `mdhd` content and `hdlr` content. Version 1
+// atoms are read at the same places. A field that lies beyond the copy reads
+// as 0: such a track is disabled, has no size or duration, and a zero matrix.
+constexpr std::uint32_t kTkhdFlags = 0;
+constexpr std::uint32_t kTkhdDuration = 20;
+constexpr std::uint32_t kTkhdMatrix = 40;
+constexpr std::uint32_t kTkhdWidth = 76;
+constexpr std::uint32_t kTkhdHeight = 80;
+constexpr std::uint32_t kMdhdTimeScale = 12;
+constexpr std::uint32_t kMdhdDuration = 16;
+constexpr std::uint32_t kHdlrSubtype = 8;
+
+constexpr std::uint32_t kUnitRate = 0x10000;
+
+// a, b, u, c, d, v, w of the four right-angle rows.
+constexpr std::uint32_t kMatrixRows[4][7] = {
+    {0x10000, 0, 0, 0, 0x10000, 0, 0x40000000},
+    {0, 0xffff0000, 0, 0x10000, 0, 0, 0x40000000},
+    {0xffff0000, 0, 0, 0, 0xffff0000, 0, 0x40000000},
+    {0, 0x10000, 0, 0xffff0000, 0, 0, 0x40000000},
+};
+
+} // namespace
+
+ResultCode QTTrack::QueryInterface(const TesselIID& id, void** out)
+{
+    return QueryOne(this, kIID_IQTTrack, id, out);
+}
+
+void QTTrack::Initialize(std::uint64_t trackIndex, const CountedPtr<QTMooVAtom>& store, std::uint32_t movieTimeScale)
+{
+    mMovieTimeScale = movieTimeScale;
+    mStore = store;
+    mTrackIndex = trackIndex;
+    AnalyzeEdits();
+}
+
+FourCC QTTrack::GetTrackMediaType()
+{
+    const FourCC subtype = Reader().U32Or(Item().mHdlr.Field(kHdlrSubtype));
+    switch (subtype) {
+    case kVideoMediaType:
+    case kAudioMediaType:
+    case kTimecodeMediaType:
+    case kTextMediaType:
+    case kClosedCaptionMediaType: return subtype;
+    case MakeFourCC("tc64"): return kTimecodeMediaType;
+    default: return kUnknownMediaType;
+    }
+}
+
+void QTTrack::GetTrackDimensions(QTRect& outRect)
+{
+    const AtomReader reader = Reader();
+    const AtomPtr tkhd = Item().mTkhd;
+    outRect.left = 0;
+    outRect.top = 0;
+    outRect.right = reader.S32Or(tkhd.Field(kTkhdWidth)) >> 16;
+    outRect.bottom = reader.S32Or(tkhd.Field(kTkhdHeight)) >> 16;
+}
+
+bool QTTrack::IsTrackEnabled() { return (Reader().U32Or(Item().mTkhd.Field(kTkhdFlags)) & 1) != 0; }
+
+std::uint32_t QTTrack::GetTrackDuration() { return Reader().U32Or(Item().mTkhd.Field(kTkhdDuration)); }
+
+std::uint32_t QTTrack::GetMediaTimeScale() { return Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale)); }
+
+std::int32_t QTTrack::GetSampleDescriptionCount() { return Reader().S32Or(Item().mStsd.Field(12)); }
+
+std::uint32_t QTTrack::MovieToMediaTime(std::uint32_t value) const
+{
+    const std::uint32_t media = Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale));
+    const auto mediaWide = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(media)));
+    const std::uint64_t movieWide = mMovieTimeScale;
+    if (mediaWide == movieWide) return value;
+    // A movie time scale of 0 has no conversion: the result is 0.
+    if (movieWide == 0) return 0;
+    return static_cast<std::uint32_t>(std::uint64_t{value} * mediaWide / movieWide);
+}
+
+std::uint32_t QTTrack::MediaToMovieTime(std::uint32_t value) const
+{
+    const std::uint32_t media = Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale));
+    const auto mediaWide = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(media)));
+    const std::uint64_t movieWide = mMovieTimeScale;
+    if (mediaWide == movieWide) return value;
+    // A media time scale of 0 has no conversion: the result is 0.
+    if (mediaWide == 0) return 0;
+    return static_cast<std::uint32_t>(std::uint64_t{value} * movieWide / mediaWide);
+}
+
+AtomPtr QTTrack::GetNthSampleDescriptionPtr(AtomPtr stsdAtom, std::int32_t inSampleDescriptionIndex) const
+{
+    const AtomReader reader = Reader();
+    const std::int32_t numDescriptions = reader.S32Or(stsdAtom.Field(12));
+    VELLUM_CONTRACT(inSampleDescriptionIndex < numDescriptions, "QT::QTTrack::GetNthSampleDescriptionPtr");
+    if (numDescriptions < 1 || inSampleDescriptionIndex < 0) return AtomPtr();
+    // Descriptions are held against the end of `stsd`: one whose size is
+    // below 8 or that runs past the atom gives null.
+    const std::uint64_t end = std::min<std::uint64_t>(stsdAtom.Field(reader.U32Or(stsdAtom.Field(0))), reader.Size());
+    std::uint64_t at = stsdAtom.Field(16);
+    for (std::int32_t counter = 0;; ++counter) {
+        std::uint32_t size = 0;
+        if (at > end || !reader.U32(at, size) || size < 8 || size > end - at) return AtomPtr();
+        if (counter == inSampleDescriptionIndex) return AtomPtr::At(static_cast<std::uint32_t>(at));
+        if (counter + 1 == numDescriptions) return AtomPtr();
+        at += size;
+    }
+}
+
+bool QTTrack::HasSimpleEditList(bool requireUnitRate)
+{
+    const auto& edits = Item().mEditEntries;
+    if (edits.empty()) return true;
+    if (edits.size() >= 2) return false;
+    return !requireUnitRate || Reader().U32Or(edits[0].Field(8)) == kUnitRate;
+}
+
+bool QTTrack::IsTrackTrimmed()
+{
+    if (!HasSimpleEditList(true) || mEditMediaTime != 0) return true;
+    return mEditDuration != Reader().U32Or(Item().mMdhd.Field(kMdhdDuration));
+}
+
+void QTTrack::AnalyzeEdits()
+{
+    const AtomReader reader = Reader();
+    const TrackItem& item = Item();
+    SttsCursor stts(reader, item.mStts);
+    const std::size_t editCount = item.mEditEntries.size();
+
+    if (editCount == 0 || stts.EntryCount() == 0) {
+        mEditDuration = MovieToMediaTime(GetTrackDuration());
+        mEditMediaTime = 0;
+        return;
+    }
+    if (editCount >= 2) {
+        mEditDuration = GetTrackDuration(); // movie time scale, not converted
+        return;
+    }
+    const AtomPtr edit = item.mEditEntries[0];
+    mEditDuration = MovieToMediaTime(reader.U32Or(edit.Field(0)));
+    mEditMediaTime = reader.U32Or(edit.Field(4));
+    const std::uint32_t mediaTime = mEditMediaTime;
+
+    if (mediaTime == 0) {
+        for (; !stts.AtEnd(); stts.Next()) {
+            if (stts.Count() != 0) {
+                mEditFirstSampleDuration = stts.Duration();
+                break;
+            }
+        }
+        return;
+    }
+    if (GetTrackMediaType() == kAudioMediaType) {
+        // A sound sample is one time unit: the media time is the sample number.
+        mEditFirstSample = mediaTime;
+        mEditFirstSampleDuration = 1;
+        return;
+    }
+
+    // The first sample that ends after the media time, and how much of it is
+    // shown. Whole runs of equal durations are passed in one step.
+    std::uint64_t remaining = mediaTime;
+    std::uint64_t index = 0;
+    bool sawSample = false;
+    std::uint32_t lastDuration = 0;
+    for (; !stts.AtEnd(); stts.Next()) {
+        const std::uint64_t count = stts.Count();
+        if (count == 0) continue;
+        const std::uint32_t d = stts.Duration();
+        sawSample = true;
+        lastDuration = d;
+        if (static_cast<std::int32_t>(d) < 0) return; // a negative duration stops the walk
+        const std::uint64_t whole = d == 0 ? count : std::min(count, remaining / d);
+        index += whole;
+        remaining -= whole * d;
+        if (whole < count) {
+            mEditFirstSample = static_cast<std::uint32_t>(index);
+            mEditFirstSampleDuration = static_cast<std::uint32_t>(d - remaining);
+            return;
+        }
+    }
+    // Past the table every sample takes the last sample's duration. Without any
+    // sample there is no duration to go by: the numbers stay 0. With a last
+    // duration of 0 the walk would never end: the edit is taken to start at
+    // the end of the samples, with nothing of it shown.
+    if (!sawSample) return;
+    if (lastDuration == 0) {
+        mEditFirstSample = static_cast<std::uint32_t>(index);
+        return;
+    }
+    index += remaining / lastDuration;
+    remaining %= lastDuration;
+    mEditFirstSample = static_cast<std::uint32_t>(index);
+    mEditFirstSampleDuration = static_cast<std::uint32_t>(lastDuration - remaining);
+}
+
+std::uint32_t QTTrack::GetTotalSampleCount()
+{
+    if (mTotalSampleCount != 0) return mTotalSampleCount;
+    std::uint32_t total = 0;
+    for (SttsCursor stts(Reader(), Item().mStts); !stts.AtEnd(); stts.Next()) total += stts.Count();
+    mTotalSampleCount = total;
+    return total;
+}
+
+std::uint32_t QTTrack::GetEditSampleCount()
+{
+    if (mEditSampleCount != 0) return mEditSampleCount;
+    SttsCursor stts(Reader(), Item().mStts);
+    if (stts.EntryCount() == 0) return 0;
+    // Unsigned 32-bit arithmetic throughout, wrapping.
+    const std::uint32_t limit = mEditDuration + mEditMediaTime;
+    const std::uint32_t start = mEditMediaTime != 0 ? MovieToMediaTime(mEditMediaTime) : 0;
+    std::uint32_t elapsed = 0;
+    std::uint32_t total = 0;
+    for (; !stts.AtEnd(); stts.Next()) {
+        std::uint32_t n = stts.Count();
+        const std::uint32_t d = stts.Duration();
+        std::uint32_t span = n * d;
+        if (mEditMediaTime != 0 && elapsed < start && elapsed + span > start) {
+            span -= start;
+            n -= mEditFirstSample;
+        }
+        if (elapsed + span > limit) {
+            const std::uint32_t shown = limit - elapsed;
+            // A duration of 0 cannot end an edit inside its run.
+            if (d != 0) n -= (span - shown) / d;
+            span = shown;
+        }
+        elapsed += span;
+        total += n;
+        if (elapsed >= limit) break;
+    }
+    mEditSampleCount = total;
+    return total;
+}
+
+std::int32_t QTTrack::GetSampleDuration(std::uint32_t sampleIndex, std::int32_t& inOutDuration) const
+{
+    SttsCursor stts(Reader(), Item().mStts);
+    if (stts.EntryCount() == 0) return -1;
+    for (; !stts.AtEnd(); stts.Next()) {
+        if (sampleIndex >= stts.FirstSample() && sampleIndex - stts.FirstSample() < stts.Count()) {
+            inOutDuration = static_cast<std::int32_t>(stts.Duration());
+            break;
+        }
+    }
+    return inOutDuration;
+}
+
+std::uint32_t QTTrack::GetFirstEditMediaTime() const
+{
+    const auto& edits = Item().mEditEntries;
+    return edits.empty() ? 0 : Reader().U32Or(edits[0].Field(4));
+}
+
+bool QTTrack::GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData)
+{
+    for (const UserDataEntry& entry : Item().mUserData) {
+        if (entry.mType == type) {
+            outData = mStore->CopyEntry(entry);
+            return true;
+        }
+    }
+    return false;
+}
+
+int QTTrack::MatrixRow(bool ignoreW) const
+{
+    const AtomReader reader = Reader();
+    const AtomPtr tkhd = Item().mTkhd;
+    // a, b, u, c, d, v at 0..20 of the matrix, w at 32; x and y are not read.
+    static constexpr std::uint32_t kPlaces[7] = {0, 4, 8, 12, 16, 20, 32};
+    std::uint32_t values[7];
+    for (int i = 0; i < 7; ++i) values[i] = reader.U32Or(tkhd.Field(kTkhdMatrix + kPlaces[i]));
+    for (int row = 0; row < 4; ++row) {
+        bool match = true;
+        for (int i = 0; i < (ignoreW ? 6 : 7) && match; ++i) match = values[i] == kMatrixRows[row][i];
+        if (match) return row;
+    }
+    return -1;
+}
+
+bool QTTrack::IsTrackMatrixIdentity() { return MatrixRow(false) == 0; }
+bool QTTrack::IsTrackMatrixIdentity2D() { return MatrixRow(true) == 0; }
+bool QTTrack::IsTrackMatrixRightAngle() { return MatrixRow(false) >= 0; }
+std::uint32_t QTTrack::GetTrackMatrixRotation()
+{
+    const int row = MatrixRow(false);
+    return row < 0 ? 0 : static_cast<std::uint32_t>(row);
+}
+
+ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader)
+    : mTrackItem(&trackItem), mReader(&reader), mIsCo64(static_cast<bool>(trackItem.mCo64)), mNumEntries(0)
+{
+    const AtomPtr table = mIsCo64 ? trackItem.mCo64 : trackItem.mStco;
+    // Entries that would lie beyond the copy are not counted.
+    mNumEntries = reader.FitCount(table.Field(16), reader.U32Or(table.Field(12)), mIsCo64 ? 8 : 4);
+}
+
+std::uint64_t ChunkOffsetHelper::GetEntry(std::uint64_t entryIdx) const
+{
+    VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
+    if (mIsCo64) return mReader->U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
+    return mReader->U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
+}
+
+} // namespace QT

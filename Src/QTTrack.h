@@ -1,0 +1,90 @@
+// The track object: answers from the track's record in the store, and the
+// four edit numbers it works out at creation.
+#pragma once
+
+#include <cstdint>
+
+#include "Inc/QTTrack.h"
+#include "Src/CountedObject.h"
+#include "Src/CountedPtr.h"
+#include "Src/QTMooVAtom.h"
+
+namespace QT {
+
+class QTTrack : public IQTTrack {
+public:
+    QTTrack() = default;
+
+    void AddRef() override { mRefCount.Add(); }
+    void Release() override
+    {
+        if (mRefCount.Drop()) delete this;
+    }
+    ~QTTrack() override = default;
+    ResultCode QueryInterface(const TesselIID& id, void** out) override;
+    TesselUnknown* GetSelf() override { return this; }
+
+    std::uint64_t GetTrackIndex() override { return mTrackIndex; }
+    FourCC GetTrackMediaType() override;
+    void GetTrackDimensions(QTRect& outRect) override;
+    bool IsTrackEnabled() override;
+    std::uint32_t GetTrackDuration() override;
+    std::uint32_t GetMediaTimeScale() override;
+    std::uint32_t GetEditDuration() override { return MediaToMovieTime(mEditDuration); }
+    std::int32_t GetSampleDescriptionCount() override;
+    std::uint32_t GetEditSampleCount() override;
+    std::uint32_t GetTrackDurationInMediaTimeScale() override { return MovieToMediaTime(GetTrackDuration()); }
+    bool HasSimpleEditList(bool requireUnitRate) override;
+    bool IsTrackTrimmed() override;
+    std::uint32_t GetEditMediaTime() override { return mEditMediaTime; }
+    bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) override;
+    bool IsTrackMatrixIdentity() override;
+    bool IsTrackMatrixIdentity2D() override;
+    bool IsTrackMatrixRightAngle() override;
+    std::uint32_t GetTrackMatrixRotation() override;
+
+    virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
+
+    // Called once by the movie on a fresh object.
+    void Initialize(std::uint64_t trackIndex, const CountedPtr<QTMooVAtom>& store, std::uint32_t movieTimeScale);
+
+    // The description `inSampleDescriptionIndex` of `stsdAtom`, at its size
+    // field; null for a negative index, an empty table, or a description that
+    // leaves the atom. Contract: the index is below the count.
+    AtomPtr GetNthSampleDescriptionPtr(AtomPtr stsdAtom, std::int32_t inSampleDescriptionIndex) const;
+    std::uint32_t MovieToMediaTime(std::uint32_t value) const;
+    std::uint32_t MediaToMovieTime(std::uint32_t value) const;
+
+    // Sample tables.
+    std::uint32_t GetTotalSampleCount();
+    std::int32_t GetSampleDuration(std::uint32_t sampleIndex, std::int32_t& inOutDuration) const;
+    std::uint32_t GetFirstEditMediaTime() const;
+
+    // The four edit numbers, fixed at Initialize.
+    std::uint32_t EditMediaTime() const { return mEditMediaTime; }
+    std::uint32_t EditFirstSample() const { return mEditFirstSample; }
+    std::uint32_t EditFirstSampleDuration() const { return mEditFirstSampleDuration; }
+    std::uint32_t EditDuration() const { return mEditDuration; }
+
+protected:
+    const TrackItem& Item() const { return mStore->GetTrackItem(mTrackIndex); }
+    AtomReader Reader() const { return mStore->Reader(); }
+
+private:
+    void AnalyzeEdits();
+    // Which of the four right-angle rows the matrix matches; -1 for none.
+    int MatrixRow(bool ignoreW) const;
+
+    RefCount mRefCount;
+    std::uint64_t mTrackIndex = 0;
+    CountedPtr<QTMooVAtom> mStore;
+    std::uint32_t mMovieTimeScale = 0;
+    std::uint32_t mTotalSampleCount = 0;
+    std::uint32_t mEditSampleCount = 0;
+    std::uint32_t mEditMediaTime = 0;
+    std::uint32_t mEditFirstSample = 0;
+    std::uint32_t mEditFirstSampleDuration = 0;
+    std::uint32_t mEditDuration = 0;
+};
+
+} // namespace QT

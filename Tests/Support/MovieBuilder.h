@@ -1,0 +1,138 @@
+// Builds movie files atom by atom, so each test makes exactly the movie it needs.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <array>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Inc/AtomscanTypes.h"
+
+namespace testsupport {
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Big-endian byte writer.
+class ByteWriter {
+public:
+    ByteWriter& U8(std::uint32_t v);
+    ByteWriter& U16(std::uint32_t v);
+    ByteWriter& U32(std::uint32_t v);
+    ByteWriter& U64(std::uint64_t v);
+    ByteWriter& F64(double v);
+    ByteWriter& Code(const char* fourcc); // four characters
+    ByteWriter& Raw(const Bytes& b);
+    ByteWriter& Text(const std::string& s);
+    ByteWriter& Zeros(std::size_t n);
+    const Bytes& Get() const { return mBytes; }
+    Bytes Take() { return std::move(mBytes); }
+    operator Bytes() const { return mBytes; }
+
+private:
+    Bytes mBytes;
+};
+
+// An atom: a type and either a payload or children (payload first, then
+// children). `size` overrides the computed size field; `wide` writes the
+// 64-bit size form.
+struct Atom {
+    std::string type;
+    Bytes payload;
+    std::vector<Atom> children;
+    std::optional<std::uint32_t> size;
+    bool wide = false;
+
+    Atom(std::string t, Bytes p = {}, std::vector<Atom> c = {})
+        : type(std::move(t)), payload(std::move(p)), children(std::move(c)) {}
+    Atom(std::string t, std::vector<Atom> c) : type(std::move(t)), children(std::move(c)) {}
+    Bytes Serialize() const;
+};
+
+// Common atoms, version 0.
+Bytes MvhdPayload(std::uint32_t timeScale, std::uint32_t duration, std::uint32_t posterTime = 0);
+// `matrix`: a, b, u, c, d, v, x, y, w; identity when empty.
+Bytes TkhdPayload(std::uint32_t flags, std::uint32_t duration, std::int32_t width16_16, std::int32_t height16_16,
+                  std::vector<std::uint32_t> matrix = {});
+Bytes MdhdPayload(std::uint32_t timeScale, std::uint32_t duration);
+Bytes HdlrPayload(const char* subtype, const char* componentType = "mhlr");
+Atom Elst(const std::vector<std::array<std::uint32_t, 3>>& edits); // duration, media time, rate
+Atom Stts(const std::vector<std::pair<std::uint32_t, std::uint32_t>>& entries); // count, duration
+Atom Stsc(const std::vector<std::array<std::uint32_t, 3>>& entries); // first chunk, samples per chunk, desc id
+Atom Stsz(std::uint32_t constantSize, const std::vector<std::uint32_t>& sizes, std::optional<std::uint32_t> count = {});
+Atom Stco(const std::vector<std::uint32_t>& offsets);
+Atom Co64(const std::vector<std::uint64_t>& offsets);
+Atom Stss(const std::vector<std::uint32_t>& syncSamples);
+// `stsd` with the given descriptions (each a whole description, size field included).
+Atom Stsd(const std::vector<Bytes>& descriptions);
+// A description: size, format, 6 reserved bytes, data reference index 1, then `body`.
+Bytes SampleDescription(const char* format, const Bytes& body);
+// `dinf` with one self-contained `alis` reference.
+Atom SelfContainedDinf();
+
+// A track, described by its parts. Tables default to one sample in one chunk.
+struct TrackSpec {
+    std::string mediaType = "vide";
+    std::uint32_t flags = 1; // enabled
+    std::uint32_t duration = 100;
+    std::int32_t width = 0, height = 0; // whole pixels
+    std::vector<std::uint32_t> matrix;
+    std::uint32_t mediaTimeScale = 600;
+    std::uint32_t mediaDuration = 100;
+    std::optional<std::vector<std::array<std::uint32_t, 3>>> edits; // with `edts` when set
+    std::vector<Bytes> descriptions;
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> stts = {{1, 100}};
+    std::vector<std::array<std::uint32_t, 3>> stsc = {{1, 1, 1}};
+    std::uint32_t stszConstant = 0;
+    std::vector<std::uint32_t> stszSizes = {10};
+    std::vector<std::uint32_t> stco = {0};
+    std::optional<std::vector<std::uint64_t>> co64; // replaces `stco` when set
+    std::optional<std::vector<std::uint32_t>> stss;
+    std::vector<Atom> extraStbl;        // more children of `stbl` (sdtp, ctts, ...)
+    std::vector<Atom> extraTrak;        // children of `trak` behind `mdia` (udta, ...)
+    std::vector<Atom> beforeMdia;       // children of `trak` between `tkhd` and `mdia` (tapt, ...)
+    std::optional<Atom> dinf;           // replaces the self-contained `dinf`
+    std::optional<Atom> mediaHeader;    // replaces `vmhd`/`smhd`/`gmhd`
+    std::optional<std::string> hdlrSubtype; // replaces the subtype taken from mediaType
+};
+
+Atom BuildTrak(const TrackSpec& spec);
+
+struct MovieSpec {
+    std::uint32_t timeScale = 600;
+    std::uint32_t duration = 100;
+    std::uint32_t posterTime = 0;
+    std::vector<TrackSpec> tracks = {TrackSpec{}};
+    std::vector<Atom> extraMoov; // more children of `moov` behind the tracks (udta, meta, ...)
+};
+
+Atom BuildMoov(const MovieSpec& spec);
+// `ftyp`, the movie atom, and `mdat` with `mdatPayload` behind it.
+Bytes BuildMovieFile(const MovieSpec& spec, const Bytes& mdatPayload = {});
+// Any atoms in a row.
+Bytes Concat(const std::vector<Atom>& atoms);
+
+// A file in a fresh temporary directory, removed with the object.
+class TempFile {
+public:
+    explicit TempFile(const Bytes& contents, const std::string& name = "movie.mov");
+    ~TempFile();
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+    const std::filesystem::path& Path() const { return mPath; }
+    QT::String16 Path16() const;
+    Bytes Read() const;
+
+private:
+    std::filesystem::path mDir, mPath;
+};
+
+QT::String16 ToString16(const std::string& utf8);
+Bytes ReadFile(const std::filesystem::path& path);
+
+// Where the project's test data lives.
+std::filesystem::path TestDataDir();
+
+} // namespace testsupport
