@@ -1,0 +1,34 @@
+// Opening built movies in tests.
+#pragma once
+
+#include "Inc/IAtomscan.h"
+#include "Inc/IQTMovie.h"
+#include "Tests/Support/MovieBuilder.h"
+
+namespace testsupport {
+
+struct OpenResult {
+    QT::ResultCode code = 0;
+    Tessel::InterfaceRef<QT::IQTMovie> movie;
+};
+
+// Writes `bytes` to a temporary file and opens it; the file is gone afterwards.
+inline OpenResult OpenBytes(const Bytes& bytes)
+{
+    TempFile file(bytes);
+    OpenResult r;
+    r.code = QT::MakeParser()->OpenMovie(file.Path16(), r.movie);
+    return r;
+}
+
+inline OpenResult OpenSpec(const MovieSpec& spec) { return OpenBytes(BuildMovieFile(spec)); }
+
+// The movie's track `index`, or a failed test.
+inline Tessel::InterfaceRef<QT::IQTTrack> TrackOf(const MovieSpec& spec, std::uint64_t index = 0)
+{
+    OpenResult r = OpenSpec(spec);
+    if (r.code != 0 || !r.movie) return {};
+    return r.movie->GetIndTrack(index);
+}
+
+} // namespace testsupport
