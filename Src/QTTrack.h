@@ -66,7 +66,7 @@ public:
     std::uint32_t EditFirstSampleDuration() const { return mEditFirstSampleDuration; }
     std::uint32_t EditDuration() const { return mEditDuration; }
 
-protected:
+    // The track's record and the reader of the copy it points into.
     const TrackItem& Item() const { return mStore->GetTrackItem(mTrackIndex); }
     AtomReader Reader() const { return mStore->Reader(); }
 
