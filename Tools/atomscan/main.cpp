@@ -1,55 +1,56 @@
 // atomscan: what a movie holds, from the command line.
 #include <cstdio>
-#include <filesystem>
-#include <iostream>
+#include <exception>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
-#include "Inc/IAtomscan.h"
-#include "Inc/IQTMovie.h"
+#include "Commands.h"
+#include "Text.h"
 
-namespace {
-
-QT::String16 ToString16(const std::string& s) { return vellum::utility::UTF8to16(s, nullptr, nullptr); }
-
-int Info(const std::vector<std::string>& paths)
-{
-    int status = 0;
-    for (const std::string& path : paths) {
-        auto parser = QT::MakeParser();
-        Tessel::InterfaceRef<QT::IQTMovie> movie;
-        const QT::ResultCode rc = parser->OpenMovie(ToString16(path), movie);
-        if (rc != QT::kResultSuccess) {
-            std::fprintf(stderr, "atomscan: %s: cannot open movie (0x%08x)\n", path.c_str(), rc);
-            status = 1;
-            continue;
-        }
-        std::printf("%s\n", path.c_str());
-        std::printf("  time scale       %u\n", movie->GetTimeScale());
-        std::printf("  duration         %u\n", movie->GetDuration());
-        std::printf("  movie atom size  %llu\n", static_cast<unsigned long long>(movie->GetMovieAtomSize()));
-        std::printf("  tracks           %u\n", movie->GetTrackCount());
-    }
-    return status;
-}
-
-} // namespace
+using namespace atomscan_tool;
 
 int main(int argc, char** argv)
 {
-    CLI::App app{"atomscan: read QuickTime movies"};
+    CLI::App app{"atomscan: read QuickTime movies through the atomscan library.\n"
+                 "Exit status: 0 success, 1 failure (a movie that does not open, a missing reference), "
+                 "2 usage error.",
+                 "atomscan"};
+    app.set_version_flag("--version", ATOMSCAN_VERSION);
     app.require_subcommand(1);
+
     std::vector<std::string> infoPaths;
+    bool infoJson = false;
+    bool infoNoTables = false;
     CLI::App* info = app.add_subcommand("info", "A readable summary of each movie");
     info->add_option("MOVIE", infoPaths, "Movie files")->required();
-    CLI11_PARSE(app, argc, argv);
+    info->add_flag("--json", infoJson, "Print the dump of each movie instead (an array for several movies)");
+    info->add_flag("--no-tables", infoNoTables, "With --json: per-sample tables as null");
+
+    std::string dumpPath;
+    bool dumpNoTables = false;
+    CLI::App* dump = app.add_subcommand("dump", "Everything the library tells about a movie, as JSON");
+    dump->add_option("MOVIE", dumpPath, "Movie file")->required();
+    dump->add_flag("--no-tables", dumpNoTables, "Leave out the per-sample tables (their keys stay, as null)");
+    dump->footer("Exit status: 0 when the movie opened, 1 when it did not (the JSON has \"movie\": null), "
+                 "2 for a usage error.");
+
     try {
-        if (*info) return Info(infoPaths);
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "atomscan: %s\n", e.what());
-        return 1;
+        app.parse(argc, argv);
+    } catch (const CLI::Success& e) {
+        return app.exit(e); // --help, --version
+    } catch (const CLI::ParseError& e) {
+        ReportError(std::string(e.what()) + " (see atomscan --help)");
+        return kExitUsage;
     }
-    return 0;
+
+    try {
+        if (*info) return RunInfo(infoPaths, infoJson, DumpOptions{!infoNoTables});
+        if (*dump) return RunDump(dumpPath, DumpOptions{!dumpNoTables});
+    } catch (const std::exception& e) {
+        ReportError(e.what());
+        return kExitFailed;
+    }
+    return kExitUsage;
 }

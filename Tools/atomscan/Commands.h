@@ -1,0 +1,25 @@
+// The subcommands. Each gives the process's exit status.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "DumpFields.h"
+
+namespace atomscan_tool {
+
+// Exit statuses shared by the commands.
+constexpr int kExitOk = 0;
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+// A readable summary of each movie, or with `json` its dump (an array of
+// dumps for several movies). 1 when a movie did not open.
+int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions& options);
+// The dump of one movie. 1 when it did not open.
+int RunDump(const std::string& path, const DumpOptions& options);
+
+// One line on standard error: "atomscan: " and the message.
+void ReportError(const std::string& message);
+
+} // namespace atomscan_tool

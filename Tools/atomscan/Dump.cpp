@@ -1,0 +1,58 @@
+#include "Dump.h"
+
+#include <stdexcept>
+
+#include "MovieFile.h"
+
+namespace atomscan_tool {
+
+namespace {
+
+void WriteTracks(JsonWriter& w, QT::IQTMovie& movie, const DumpContext& context)
+{
+    Guarded(
+        w, "tracks", [&] { return movie.GetTrackCount(); },
+        [&](std::uint32_t count) {
+            w.BeginArray();
+            for (std::uint32_t i = 0; i < count; ++i) {
+                Guarded(
+                    w, nullptr,
+                    [&] {
+                        Tessel::InterfaceRef<QT::IQTTrack> track = movie.GetIndTrack(i);
+                        if (!track) throw std::runtime_error("no track object");
+                        return track;
+                    },
+                    [&](const Tessel::InterfaceRef<QT::IQTTrack>& track) { WriteTrackSection(w, *track, context); });
+            }
+            w.EndArray();
+        });
+}
+
+} // namespace
+
+QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options)
+{
+    const OpenedMovie opened = OpenMovieFile(path);
+    const DumpContext context{options, opened.absolutePath, ToString16(opened.absolutePath)};
+    w.BeginObject();
+    w.Key("path");
+    w.String(Bytes8Text(path));
+    w.Key("open");
+    w.String(CodeText(opened.code));
+    w.Key("movie");
+    if (opened.movie) WriteMovieSection(w, *opened.movie);
+    else w.Null();
+    if (opened.movie) {
+        WriteTracks(w, *opened.movie, context);
+    } else {
+        w.Key("tracks");
+        w.BeginArray();
+        w.EndArray();
+    }
+    w.Key("references");
+    w.Null();
+    w.EndObject();
+    return opened.code;
+}
+
+} // namespace atomscan_tool

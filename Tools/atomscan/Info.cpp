@@ -1,0 +1,136 @@
+// `atomscan info MOVIE...`: a readable summary of each movie.
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include <boost/variant/apply_visitor.hpp>
+
+#include "Commands.h"
+#include "Dump.h"
+#include "InfoTrack.h"
+#include "MetadataKeys.h"
+#include "MovieFile.h"
+#include "TextTable.h"
+
+namespace atomscan_tool {
+
+namespace {
+
+struct MetadataText : boost::static_visitor<std::string> {
+    std::string operator()(const Pelt::BinaryData& v) const { return BytesPreview(v.Data(), v.Size()); }
+    std::string operator()(const std::string& v) const { return "\"" + Bytes8Text(v) + "\""; }
+    std::string operator()(const QT::String16& v) const { return "\"" + ToUtf8(v) + "\""; }
+    std::string operator()(std::int32_t v) const { return std::to_string(v); }
+    std::string operator()(std::uint32_t v) const { return std::to_string(v); }
+    std::string operator()(float v) const { return FormatNumber(v); }
+    std::string operator()(double v) const { return FormatNumber(v); }
+};
+
+void PrintMetadata(QT::IQTMovie& movie)
+{
+    TextTable table({false, false});
+    for (const std::string& key : MetadataKeyCandidates(movie)) {
+        QT::MetadataValue value;
+        if (movie.GetMetadataValue(key, value))
+            table.AddRow({Bytes8Text(key), boost::apply_visitor(MetadataText(), value.mValue)});
+    }
+    if (table.Empty()) {
+        std::printf("  metadata      none\n");
+        return;
+    }
+    std::printf("  metadata\n");
+    table.Print(stdout, "    ");
+}
+
+void PrintUserData(QT::IQTMovie& movie)
+{
+    const std::uint32_t count = movie.GetUserDataCount();
+    if (count == 0) {
+        std::printf("  user data     none\n");
+        return;
+    }
+    std::printf("  user data\n");
+    TextTable table({false, true, false});
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Pelt::BinaryData data;
+        std::uint32_t type = 0;
+        movie.GetUserData(i, data, type);
+        table.AddRow({FourCCDisplay(type), std::to_string(data.Size()) + " bytes", UserDataPreview(type, data)});
+    }
+    table.Print(stdout, "    ");
+}
+
+void PrintTracks(QT::IQTMovie& movie)
+{
+    const std::uint32_t count = movie.GetTrackCount();
+    if (count == 0) return;
+    TextTable table({true, false, false, false, false, true, false, false});
+    table.AddRow({"#", "type", "enabled", "codec", "format", "samples", "rate", "edit"});
+    const std::uint32_t movieTimeScale = movie.GetTimeScale();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Tessel::InterfaceRef<QT::IQTTrack> track = movie.GetIndTrack(i);
+        const TrackSummary s = SummarizeTrack(*track, movieTimeScale);
+        table.AddRow({std::to_string(i), s.type, s.enabled, s.codec, s.format, s.samples, s.rate, s.edit});
+    }
+    std::printf("\n");
+    table.Print(stdout, "  ");
+    std::printf("\n");
+}
+
+bool PrintSummary(const std::string& path)
+{
+    const OpenedMovie opened = OpenMovieFile(path);
+    if (!opened.movie) {
+        ReportError(path + ": " + OpenFailureText(opened.code));
+        return false;
+    }
+    QT::IQTMovie& movie = *opened.movie;
+    const std::uint32_t timeScale = movie.GetTimeScale();
+    const std::uint32_t duration = movie.GetDuration();
+    QT::QTRect bounds;
+    movie.GetBounds(bounds);
+    std::printf("%s\n", Bytes8Text(path).c_str());
+    std::printf("  time scale    %u\n", timeScale);
+    std::printf("  duration      %u (%s)\n", duration, ClockText(duration, timeScale).c_str());
+    std::printf("  bounds        %d %d %d %d\n", bounds.left, bounds.top, bounds.right, bounds.bottom);
+    std::printf("  tracks        %u\n", movie.GetTrackCount());
+    PrintTracks(movie);
+    PrintMetadata(movie);
+    PrintUserData(movie);
+    return true;
+}
+
+} // namespace
+
+int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions& options)
+{
+    int status = kExitOk;
+    if (json) {
+        JsonWriter w(stdout);
+        if (paths.size() > 1) w.BeginArray();
+        for (const std::string& path : paths) {
+            const QT::ResultCode code = WriteDump(w, path, options);
+            if (code != QT::kResultSuccess) {
+                ReportError(path + ": " + OpenFailureText(code));
+                status = kExitFailed;
+            }
+        }
+        if (paths.size() > 1) w.EndArray();
+        w.Finish();
+        return status;
+    }
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        if (i > 0) std::printf("\n");
+        try {
+            if (!PrintSummary(paths[i])) status = kExitFailed;
+        } catch (const std::exception& e) {
+            std::fflush(stdout);
+            ReportError(paths[i] + ": " + e.what());
+            status = kExitFailed;
+        }
+    }
+    return status;
+}
+
+} // namespace atomscan_tool

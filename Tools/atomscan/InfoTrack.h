@@ -1,0 +1,31 @@
+// The cells of `info`: one track in a row, and short forms of values.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "API/Inc/PeltBinaryData.h"
+#include "Inc/QTTrack.h"
+
+namespace atomscan_tool {
+
+struct TrackSummary {
+    std::string type;     // media type
+    std::string enabled;  // yes / no
+    std::string codec;    // the description's format code
+    std::string format;   // size, or rate/channels/format, or timecode start, or caption format
+    std::string samples;  // samples the edit covers
+    std::string rate;     // frames a second
+    std::string edit;     // where the edit starts in the media and how long it lasts
+};
+
+TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale);
+
+// A number with at most two decimals and no trailing zeros.
+std::string FormatNumber(double value);
+// Printable text in quotes, else the first bytes in hex.
+std::string BytesPreview(const std::uint8_t* data, std::size_t size);
+// A user data item: the text of a classic item (length, language, text), else a preview.
+std::string UserDataPreview(std::uint32_t type, const Pelt::BinaryData& data);
+
+} // namespace atomscan_tool

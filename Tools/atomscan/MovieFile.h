@@ -1,0 +1,33 @@
+// Opening a movie through the library, and the few reads of the file that a
+// host makes itself.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Inc/IAtomscan.h"
+#include "Inc/IQTMovie.h"
+
+namespace atomscan_tool {
+
+struct OpenedMovie {
+    QT::ResultCode code = QT::kResultCannotOpen;
+    Tessel::InterfaceRef<QT::IQTMovie> movie; // set when `code` is 0
+    std::string absolutePath;                 // the path made absolute
+};
+
+OpenedMovie OpenMovieFile(const std::string& path);
+
+// `path` made absolute (as given when that fails).
+std::string AbsolutePath(const std::string& path);
+
+// What the library's result codes of an open mean, in a few words.
+std::string OpenFailureText(QT::ResultCode code);
+
+// `size` bytes at `offset`, or nothing when the file cannot give them all.
+std::optional<std::vector<std::uint8_t>> ReadFileRange(const std::string& path, std::uint64_t offset,
+                                                       std::uint64_t size);
+
+} // namespace atomscan_tool
