@@ -1,18 +1,14 @@
 #include "Src/Atomscan.h"
 
-#include "Src/MovieAtomLoader.h"
-#include "Src/QTMovie.h"
+#include <functional>
 
 namespace QT {
 
 namespace {
 
-// Values of the host file layer's flag types.
-constexpr int kAccessRead = 1;
+// Values of the host file layer's share mode flags.
 constexpr int kShareRead = 1;
 constexpr int kShareReadWrite = 3;
-constexpr int kOpenExisting = 8;
-constexpr int kAttributesNormal = 1;
 
 } // namespace
 
@@ -33,41 +29,18 @@ ResultCode Atomscan::OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQ
     return Open(path, outMovie, &find);
 }
 
-bool Atomscan::WalkMovieAtom()
-{
-    const AtomReader reader = mStore->Reader();
-    return MovieAtomWalker(AtomReader(reader.Bytes(0, mMovieAtomSize), mMovieAtomSize), kParserGuard, mIndex)
-        .WalkMovieAtom();
-}
-
 ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const FindRequest* find)
 {
-    Tessel::File file;
-    auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
-    local->AddRef();
-    mStore = CountedPtr<QTMooVAtom>(new QTMooVAtom());
-    // A second open must not see the records of the first, which point into
-    // the earlier store.
-    mIndex = MovieAtomIndex();
-    mMovieAtomSize = 0;
-
-    const int share = find ? kShareRead : kShareReadWrite;
-    if (file.Create(path, kAccessRead, share, kOpenExisting, kAttributesNormal, false) < 0) return kResultCannotOpen;
-
-    ResultCode result = kResultNotAMovie;
-    mFileSize = file.SizeOnDisk();
-    MovieAtomLoader loader(file, mFileSize);
-    std::uint64_t movieAtomOffset = 0;
-    if (mFileSize >= 8 && loader.LoadMovieAtom(*mStore, mMovieAtomSize, movieAtomOffset) && WalkMovieAtom()) {
-        mStore->Adopt(mIndex.mMvhd, mIndex.mTracks, mIndex.mUserData, mIndex.mMetadata);
-        if (!local) throw Tessel::NullInterfaceException();
-        local->SetStore(mStore);
-        outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);
-        result = kResultSuccess;
-        if (find) find->found = loader.FindTopLevelAtom(find->type, find->offset, find->size);
+    std::function<void(MovieAtomLoader&)> search;
+    if (find) {
+        // On the same open file, once the movie has been delivered: a miss
+        // does not change the result.
+        search = [find](MovieAtomLoader& loader) {
+            find->found = loader.FindTopLevelAtom(find->type, find->offset, find->size);
+        };
     }
-    file.Close();
-    return result;
+    const OpenSettings settings{find ? kShareRead : kShareReadWrite, kParserGuard};
+    return OpenMovieFile(path, settings, mOpen, outMovie, search);
 }
 
 Tessel::InterfaceRef<IAtomscan> MakeParser()
