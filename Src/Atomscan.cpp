@@ -1,7 +1,5 @@
 #include "Src/Atomscan.h"
 
-#include <functional>
-
 namespace QT {
 
 namespace {
@@ -25,22 +23,14 @@ ResultCode Atomscan::OpenMovie(String16 path, Tessel::InterfaceRef<IQTMovie>& ou
 ResultCode Atomscan::OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie, FourCC atomType,
                                           bool& outFound, std::uint64_t& outOffset, std::uint64_t& outSize)
 {
-    const FindRequest find{atomType, outFound, outOffset, outSize};
+    const TopLevelSearch find{atomType, outFound, outOffset, outSize};
     return Open(path, outMovie, &find);
 }
 
-ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const FindRequest* find)
+ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find)
 {
-    std::function<void(MovieAtomLoader&)> search;
-    if (find) {
-        // On the same open file, once the movie has been delivered: a miss
-        // does not change the result.
-        search = [find](MovieAtomLoader& loader) {
-            find->found = loader.FindTopLevelAtom(find->type, find->offset, find->size);
-        };
-    }
     const OpenSettings settings{find ? kShareRead : kShareReadWrite, kParserGuard};
-    return OpenMovieFile(path, settings, mOpen, outMovie, search);
+    return OpenMovieFile(path, settings, mOpen, outMovie, find);
 }
 
 Tessel::InterfaceRef<IAtomscan> MakeParser()

@@ -31,13 +31,7 @@ public:
     virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
 
 private:
-    struct FindRequest {
-        FourCC type;
-        bool& found;
-        std::uint64_t& offset;
-        std::uint64_t& size;
-    };
-    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const FindRequest* find);
+    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find);
 
     RefCount mRefCount;
     // File size, store, movie atom size and the walk's working results.

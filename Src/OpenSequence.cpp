@@ -23,8 +23,7 @@ bool WalkMovieAtom(OpenedMovie& state, std::uint32_t guard)
 } // namespace
 
 ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, OpenedMovie& state,
-                         Tessel::InterfaceRef<IQTMovie>& outMovie,
-                         const std::function<void(MovieAtomLoader&)>& whileOpen)
+                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search)
 {
     Tessel::File file;
     auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
@@ -48,7 +47,7 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
         local->SetStore(state.mStore);
         outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);
         result = kResultSuccess;
-        if (whileOpen) whileOpen(loader);
+        if (search) search->found = loader.FindTopLevelAtom(search->type, search->offset, search->size);
     }
     file.Close();
     return result;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 
 #include "Inc/IQTMovie.h"
 #include "Src/CountedPtr.h"
@@ -24,17 +23,25 @@ struct OpenedMovie {
     MovieAtomIndex mIndex; // the walk's working results, copied into the store when it succeeds
 };
 
+// A search of the file's top level for an atom of `type`, run on the still
+// open file once the movie has been delivered.
+struct TopLevelSearch {
+    FourCC type;
+    bool& found;
+    std::uint64_t& offset;
+    std::uint64_t& size;
+};
+
 struct OpenSettings {
     int shareMode;       // value of the host file layer's share mode flags
     std::uint32_t guard; // of every step of the walk
 };
 
 // Opens the movie at `path` into `state` and delivers it in `outMovie`, which
-// is written only on success. `whileOpen` runs on the still open file once the
-// movie has been delivered. 0, kResultNotAMovie or kResultCannotOpen; the file
-// is closed on return.
+// is written only on success, then runs `search` if one is given; its miss
+// does not change the result. 0, kResultNotAMovie or kResultCannotOpen; the
+// file is closed on return.
 ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, OpenedMovie& state,
-                         Tessel::InterfaceRef<IQTMovie>& outMovie,
-                         const std::function<void(MovieAtomLoader&)>& whileOpen = nullptr);
+                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search = nullptr);
 
 } // namespace QT
