@@ -45,6 +45,7 @@ class AtomReader;
 struct TrackItem;
 
 // Reads a track's chunk offsets from `co64` if the track has one, else `stco`.
+// Lives for one operation of the track, which keeps the copy alive.
 class ChunkOffsetHelper {
 public:
     ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader);
@@ -55,7 +56,8 @@ public:
 
 private:
     const TrackItem* mTrackItem;
-    const AtomReader* mReader;
+    const std::uint8_t* mCopy; // the movie atom copy, read only through AtomReader
+    std::uint32_t mCopySize;
     bool mIsCo64;
     std::uint32_t mNumEntries;
 };

@@ -3,14 +3,11 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
 #include "Src/CountedObject.h"
-#include "Src/CountedPtr.h"
-#include "Src/MovieAtomWalker.h"
-#include "Src/QTMooVAtom.h"
+#include "Src/OpenSequence.h"
 
 namespace QT {
 
@@ -34,21 +31,11 @@ public:
     virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
 
 private:
-    struct FindRequest {
-        FourCC type;
-        bool& found;
-        std::uint64_t& offset;
-        std::uint64_t& size;
-    };
-    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const FindRequest* find);
-    bool WalkMovieAtom();
+    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find);
 
     RefCount mRefCount;
-    std::uint64_t mFileSize = 0;
-    CountedPtr<QTMooVAtom> mStore;
-    std::uint32_t mMovieAtomSize = 0;
-    // The walk's working results, copied into the store when it succeeds.
-    MovieAtomIndex mIndex;
+    // File size, store, movie atom size and the walk's working results.
+    OpenedMovie mOpen;
 };
 
 } // namespace QT

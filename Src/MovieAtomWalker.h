@@ -52,7 +52,7 @@ private:
     bool WalkMediaInformation(std::uint32_t minf, std::uint32_t minfEnd, TrackItem& item, std::uint32_t& cursor);
     bool WalkSampleTable(std::uint32_t stbl, std::uint32_t stblEnd, TrackItem& item);
 
-    const AtomReader& mReader;
+    const AtomReader mReader;
     const std::uint32_t mTotal;
     const std::uint32_t mGuard;
     MovieAtomIndex& mOut;

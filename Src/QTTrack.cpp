@@ -301,7 +301,8 @@ std::uint32_t QTTrack::GetTrackMatrixRotation()
 }
 
 ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader)
-    : mTrackItem(&trackItem), mReader(&reader), mIsCo64(static_cast<bool>(trackItem.mCo64)), mNumEntries(0)
+    : mTrackItem(&trackItem), mCopy(reader.Bytes(0, reader.Size())), mCopySize(reader.Size()),
+      mIsCo64(static_cast<bool>(trackItem.mCo64)), mNumEntries(0)
 {
     const AtomPtr table = mIsCo64 ? trackItem.mCo64 : trackItem.mStco;
     // Entries that would lie beyond the copy are not counted.
@@ -311,8 +312,9 @@ ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem, const AtomReade
 std::uint64_t ChunkOffsetHelper::GetEntry(std::uint64_t entryIdx) const
 {
     VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
-    if (mIsCo64) return mReader->U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
-    return mReader->U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
+    const AtomReader reader(mCopy, mCopySize);
+    if (mIsCo64) return reader.U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
+    return reader.U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
 }
 
 } // namespace QT

@@ -1,6 +1,11 @@
 // The shared library seen from a host: it opens a movie through the exported
 // functions and exports nothing but them.
+#include <unistd.h>
+
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <string>
@@ -9,6 +14,7 @@
 
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
+#include "Inc/IQTMovieFixer.h"
 
 namespace {
 
@@ -39,6 +45,7 @@ TEST(SharedLibrary, ExportsOnlyTheEntryPoints)
     const std::set<std::string> exported = ExportedFunctions();
     ASSERT_FALSE(exported.empty());
     EXPECT_TRUE(exported.count("QT::MakeParser"));
+    EXPECT_TRUE(exported.count("QT::MakeFixer"));
     for (const std::string& name : exported) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
 }
 
@@ -51,6 +58,24 @@ TEST(SharedLibrary, OpensTheSampleMovie)
     EXPECT_EQ(movie->GetTimeScale(), 1000u);
     EXPECT_EQ(movie->GetDuration(), 4004u);
     EXPECT_EQ(movie->GetTrackCount(), 4u);
+}
+
+std::string Contents(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+TEST(SharedLibrary, RepairsADamagedCopy)
+{
+    const std::filesystem::path corpus = std::filesystem::path(ATOMSCAN_TEST_DATA_DIR) / "corpus";
+    const std::filesystem::path copy =
+        std::filesystem::temp_directory_path() / ("atomscan-abi-fix-" + std::to_string(::getpid()) + ".mov");
+    std::filesystem::copy_file(corpus / "damaged_stco_topbyte_single.mov", copy,
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(QT::MakeFixer()->FixMovie(vellum::utility::UTF8to16(copy.string(), nullptr, nullptr)), 0u);
+    EXPECT_EQ(Contents(copy), Contents(corpus / "layout_faststart.mov"));
+    std::filesystem::remove(copy);
 }
 
 } // namespace

@@ -1,0 +1,56 @@
+#include "Src/OpenSequence.h"
+
+#include "Src/CountedObject.h"
+#include "Src/QTMovie.h"
+
+namespace QT {
+
+namespace {
+
+// Values of the host file layer's flag types.
+constexpr int kAccessRead = 1;
+constexpr int kOpenExisting = 8;
+constexpr int kAttributesNormal = 1;
+
+bool WalkMovieAtom(OpenedMovie& state, std::uint32_t guard)
+{
+    const AtomReader reader = state.mStore->Reader();
+    return MovieAtomWalker(AtomReader(reader.Bytes(0, state.mMovieAtomSize), state.mMovieAtomSize), guard,
+                           state.mIndex)
+        .WalkMovieAtom();
+}
+
+} // namespace
+
+ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, OpenedMovie& state,
+                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search)
+{
+    Tessel::File file;
+    auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
+    local->AddRef();
+    state.mStore = CountedPtr<QTMooVAtom>(new QTMooVAtom());
+    state.mIndex = MovieAtomIndex();
+    state.mMovieAtomSize = 0;
+    state.mMovieAtomOffset = 0;
+
+    if (file.Create(path, kAccessRead, settings.shareMode, kOpenExisting, kAttributesNormal, false) < 0)
+        return kResultCannotOpen;
+
+    ResultCode result = kResultNotAMovie;
+    state.mFileSize = file.SizeOnDisk();
+    MovieAtomLoader loader(file, state.mFileSize);
+    if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
+        WalkMovieAtom(state, settings.guard)) {
+        const MovieAtomIndex& index = state.mIndex;
+        state.mStore->Adopt(index.mMvhd, index.mTracks, index.mUserData, index.mMetadata);
+        if (!local) throw Tessel::NullInterfaceException();
+        local->SetStore(state.mStore);
+        outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);
+        result = kResultSuccess;
+        if (search) search->found = loader.FindTopLevelAtom(search->type, search->offset, search->size);
+    }
+    file.Close();
+    return result;
+}
+
+} // namespace QT
