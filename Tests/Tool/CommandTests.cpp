@@ -114,13 +114,15 @@ INSTANTIATE_TEST_SUITE_P(Arguments, UsageErrors,
                                            UsageCase{"DumpTwoPaths", {"dump", "a.mov", "b.mov"}},
                                            UsageCase{"DumpUnknownOption", {"dump", "--bogus", "a.mov"}},
                                            UsageCase{"InfoWithoutPath", {"info"}},
-                                           UsageCase{"InfoUnknownOption", {"info", "-x", "a.mov"}}),
+                                           UsageCase{"InfoUnknownOption", {"info", "-x", "a.mov"}},
+                                           UsageCase{"FixWithoutPath", {"fix", "--dry-run"}},
+                                           UsageCase{"FixUnknownOption", {"fix", "--force", "a.mov"}}),
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(Help, ForTheToolAndEachCommand)
 {
     for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}}) {
+         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}, {"fix", "--help"}}) {
         const ToolResult r = RunTool(args);
         EXPECT_EQ(r.exitCode, 0) << args[0];
         EXPECT_NE(r.out.find("Usage: atomscan"), std::string::npos) << r.out;

@@ -3,15 +3,11 @@
 #include <cstdint>
 
 #include "API/Inc/PeltBinaryData.h"
+#include "BigEndian.h"
 
 namespace atomscan_tool {
 
 namespace {
-
-std::uint32_t BigEndian32(const std::uint8_t* p)
-{
-    return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
-}
 
 // `content` is a `keys` atom without its header: version and flags, count, entries.
 void AddKeys(const std::uint8_t* content, std::size_t size, std::set<std::string>& keys)

@@ -36,6 +36,15 @@ int main(int argc, char** argv)
     dump->footer("Exit status: 0 when the movie opened, 1 when it did not (the JSON has \"movie\": null), "
                  "2 for a usage error.");
 
+    std::string fixPath;
+    bool fixDryRun = false;
+    CLI::App* fix = app.add_subcommand("fix", "Mend chunk offsets whose high-order bytes are damaged, in place");
+    fix->add_option("MOVIE", fixPath, "Movie file")->required();
+    fix->add_flag("--dry-run", fixDryRun, "Mend a temporary copy and show what would change; MOVIE stays as it is");
+    fix->footer("Prints each chunk offset entry that changed: the track (position of its trak atom), the "
+                "table, the entry's index, the old and the new value.\n"
+                "Exit status: 0 when the repair ran, 1 when the movie does not open or cannot be written.");
+
     try {
         app.parse(argc, argv);
     } catch (const CLI::Success& e) {
@@ -48,6 +57,7 @@ int main(int argc, char** argv)
     try {
         if (*info) return RunInfo(infoPaths, infoJson, DumpOptions{!infoNoTables});
         if (*dump) return RunDump(dumpPath, DumpOptions{!dumpNoTables});
+        if (*fix) return RunFix(fixPath, fixDryRun);
     } catch (const std::exception& e) {
         ReportError(e.what());
         return kExitFailed;
