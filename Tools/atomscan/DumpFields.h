@@ -95,4 +95,73 @@ inline void WriteHex(JsonWriter& w, const Pelt::BinaryData& data) { w.String(Hex
 
 inline void WriteString16(JsonWriter& w, const QT::String16& text) { w.String(ToUtf8(text)); }
 
+// An operation's result code and what it wrote.
+template <typename T>
+struct Coded {
+    std::uint32_t code = 0;
+    T value{};
+};
+
+// {"code", outputs...}: `emitOutputs` writes the outputs' members, only for code 0.
+template <typename Compute, typename EmitOutputs>
+void CodeField(JsonWriter& w, const char* key, Compute&& compute, EmitOutputs&& emitOutputs)
+{
+    Guarded(w, key, compute, [&](const auto& r) {
+        w.BeginObject(true);
+        WriteCode(w, r.code);
+        if (r.code == 0) emitOutputs(r.value);
+        w.EndObject();
+    });
+}
+
+// {"code", `listKey`: [...]}: the rows for any code, since a failed table
+// keeps what it placed. `make` fills an empty table and gives the code;
+// `emitRows` writes the rows, each through Row.
+template <typename Table, typename Make, typename EmitRows>
+void TableField(JsonWriter& w, const char* key, const char* listKey, Make&& make, EmitRows&& emitRows)
+{
+    Guarded(
+        w, key,
+        [&] {
+            Coded<Table> r;
+            r.code = make(r.value);
+            return r;
+        },
+        [&](const Coded<Table>& r) {
+            w.BeginObject();
+            WriteCode(w, r.code);
+            w.Key(listKey);
+            w.BeginArray();
+            emitRows(r.value);
+            w.EndArray();
+            w.EndObject();
+        });
+}
+
+// One row of a table: its values on one line.
+template <typename EmitValues>
+void Row(JsonWriter& w, EmitValues&& emitValues)
+{
+    w.BeginArray(true);
+    emitValues();
+    w.EndArray();
+}
+
+// [width, height], or null.
+inline void WriteDimensions(JsonWriter& w, const std::optional<std::pair<float, float>>& size)
+{
+    if (!size) return w.Null();
+    w.BeginArray(true);
+    w.Float(size->first);
+    w.Float(size->second);
+    w.EndArray();
+}
+
+// The key with null: a table left out by --no-tables, or a part that does not apply.
+inline void NullField(JsonWriter& w, const char* key)
+{
+    w.Key(key);
+    w.Null();
+}
+
 } // namespace atomscan_tool
