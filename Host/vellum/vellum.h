@@ -151,14 +151,23 @@ namespace filesupport {
 using VolumeChangedCallback = boost::shared_ptr<boost::function<void()>>;
 
 // Tells its callbacks, on a thread of its own, that a volume came or went.
+// The thread watches the mount table from the first Initialize to the
+// Terminate that balances it.
 class VELLUM_API DirectoryChangeMonitor {
 public:
     static void Initialize();
     static void Terminate();
     static void MonitorVolumeChanges(const VolumeChangedCallback& callback);
+    // Once this returns, the callback runs no more: a run in progress on
+    // another thread is waited for.
     static void RemoveVolumeChangedCallback(const VolumeChangedCallback& callback);
     // For tests: run every registered callback now, on the calling thread.
     static void NotifyVolumeChange();
+    // For tests: have the monitor thread run the callbacks as after a real
+    // change. Does nothing while not initialised.
+    static void PostVolumeChange();
+    // For tests: whether the monitor thread is running.
+    static bool IsMonitoring();
 };
 
 } // namespace filesupport
