@@ -33,8 +33,8 @@ public:
     virtual bool HasSimpleEditList(bool requireUnitRate) = 0;
     virtual bool IsTrackTrimmed() = 0;
     virtual std::uint32_t GetEditMediaTime() = 0;
-    // Sound descriptions, by index from 0. Contract: a sound track. A
-    // negative index gives 0, or `unkn` for the format.
+    // Sound descriptions, by index from 0. Contract: a sound track. Without
+    // the description (a negative index) each gives 0, the data format `unkn`.
     // Whole hertz.
     virtual std::uint32_t GetAudioMediaSampleRate(std::int32_t inSampleDescriptionIndex) = 0;
     virtual std::uint32_t GetAudioMediaNumChannels(std::int32_t inSampleDescriptionIndex) = 0;

@@ -1,6 +1,7 @@
 // File ranges of a sound track's frames within its edit.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <tuple>
 
 #include "Tests/Support/SoundBuilder.h"
@@ -96,12 +97,79 @@ TEST(AudioRangeMap, EditsOverTwoChunks)
     }
 }
 
-TEST(AudioRangeMap, EditIsScaledIntoTheMediaTimeScale)
+TEST(AudioRangeMap, TableShapes)
 {
-    // 15 movie units at 600 are 1200 frames at 48000.
-    ExpectRanges(Build(TwoChunks(std::vector<Edit>{{15, 0, kUnitRate}}, 15), 600), {{1000, 0, 5000}, {200, 1000, 9000}});
-    // Without an edit the track duration is scaled the same way.
-    ExpectRanges(Build(TwoChunks(std::nullopt, 5), 600), {{400, 0, 5000}});
+    struct Case {
+        const char* name;
+        std::function<void(TrackSpec&)> change;
+        std::vector<Range> ranges;
+        std::uint32_t movieTimeScale = 48000;
+    };
+    auto runs = [](std::vector<std::array<std::uint32_t, 3>> stsc) { return [=](TrackSpec& t) { t.stsc = stsc; }; };
+    const Case cases[] = {
+        // 15 movie units at 600 are 1200 frames at 48000; so is the track
+        // duration without an edit.
+        {"edit scaled into the media time scale",
+         [](TrackSpec& t) {
+             t.duration = 15;
+             t.edits = std::vector<Edit>{{15, 0, kUnitRate}};
+         },
+         {{1000, 0, 5000}, {200, 1000, 9000}}, 600},
+        {"track duration scaled", [](TrackSpec& t) { t.duration = 5; }, {{400, 0, 5000}}, 600},
+        {"a first run of no chunk", runs({{1, 999, 1}, {1, 1000, 1}}), {{1000, 0, 5000}, {1000, 1000, 9000}}},
+        {"a run past the chunk table", runs({{1, 1000, 1}, {100, 5, 1}}), {{1000, 0, 5000}, {1000, 1000, 9000}}},
+        {"a last run with nothing left", runs({{1, 1000, 1}, {2, 1000, 1}, {5, 1000, 1}}),
+         {{1000, 0, 5000}, {1000, 1000, 9000}}},
+        // 1500 samples: the first run of two chunks covers them, so the third
+        // chunk, in the next run, is not visited though the edit reaches it.
+        // The run itself is finished: its second chunk counts in full.
+        {"stop at the end of the run that reaches the samples",
+         [](TrackSpec& t) {
+             t.duration = 5000;
+             t.stts = {{1500, 1}};
+             t.stsc = {{1, 1000, 1}, {3, 1000, 1}};
+             t.stco = {5000, 9000, 13000};
+         },
+         {{1000, 0, 5000}, {1000, 1000, 9000}}},
+        // The count is widened as signed: from 2^31 on it never stops the
+        // walk, which then ends with the chunk table.
+        {"a sample count of 2^31",
+         [](TrackSpec& t) {
+             t.duration = 0x90000000u;
+             t.stts = {{0x80000000u, 1}};
+             t.stsc = {{1, 0x80000000u, 1}, {2, 10, 1}};
+         },
+         {{0x80000000u, 0, 5000}, {10, 0x80000000u, 9000}}},
+        {"offsets above 32 bits",
+         [](TrackSpec& t) {
+             t.co64 = std::vector<std::uint64_t>{0x123456789ull, 0x223456789ull};
+             t.edits = std::vector<Edit>{{1000, 500, kUnitRate}};
+         },
+         {{500, 0, 0x123456789ull + 2000}, {500, 500, 0x223456789ull}}},
+        // Each packet counts as one frame of 4 bytes: a map that says little.
+        {"compressed, one stts entry",
+         [](TrackSpec& t) {
+             t.descriptions = {SoundDescriptionV1("mp4a", 2, 16, 48000u << 16)};
+             t.stsc = {{1, 10, 1}};
+             t.stts = {{20, 1024}};
+         },
+         {{10, 0, 5000}, {10, 10, 9000}}},
+        {"12-bit samples count as one byte",
+         [](TrackSpec& t) {
+             t.descriptions = {SoundDescriptionV0("twos", 3, 12, 48000u << 16)};
+             t.edits = std::vector<Edit>{{100, 10, kUnitRate}};
+         },
+         {{100, 0, 5000 + 10 * 3}}},
+        {"no samples", [](TrackSpec& t) { t.stts = {{0, 1}}; }, {}},
+        {"no stsc entries", runs({}), {}},
+        {"no chunks", [](TrackSpec& t) { t.stco = {}; }, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        TrackSpec t = TwoChunks();
+        c.change(t);
+        ExpectRanges(Build(t, c.movieTimeScale), c.ranges);
+    }
 }
 
 TEST(AudioRangeMap, SeveralRuns)
@@ -121,47 +189,6 @@ TEST(AudioRangeMap, SeveralRuns)
     ExpectRanges(Build(t), {{300, 0, 20600}, {400, 300, 30000}});
     t.edits = std::vector<Edit>{{1000, 1500, kUnitRate}};
     ExpectRanges(Build(t), {{500, 0, 30000}, {250, 500, 40000}, {250, 750, 50000}});
-}
-
-TEST(AudioRangeMap, RunsOfZeroAndRunsPastTheTable)
-{
-    TrackSpec t = TwoChunks();
-    t.stsc = {{1, 999, 1}, {1, 1000, 1}}; // the first run holds no chunk
-    ExpectRanges(Build(t), {{1000, 0, 5000}, {1000, 1000, 9000}});
-    t.stsc = {{1, 1000, 1}, {100, 5, 1}}; // the first run claims 99 chunks of 2
-    ExpectRanges(Build(t), {{1000, 0, 5000}, {1000, 1000, 9000}});
-    t.stsc = {{1, 1000, 1}, {2, 1000, 1}, {5, 1000, 1}}; // the last run has nothing left
-    ExpectRanges(Build(t), {{1000, 0, 5000}, {1000, 1000, 9000}});
-}
-
-TEST(AudioRangeMap, WalkStopsAtTheEndOfTheRunThatReachesTheSamples)
-{
-    // 1500 samples; the first run of two chunks covers them, so the third
-    // chunk, in the next run, is not visited even though the edit reaches it.
-    // The run itself is finished: its second chunk counts in full.
-    TrackSpec t = TwoChunks(std::nullopt, 5000);
-    t.stts = {{1500, 1}};
-    t.stsc = {{1, 1000, 1}, {3, 1000, 1}};
-    t.stco = {5000, 9000, 13000};
-    ExpectRanges(Build(t), {{1000, 0, 5000}, {1000, 1000, 9000}});
-}
-
-TEST(AudioRangeMap, SampleCountOf2To31IsNoStop)
-{
-    // The sample count is widened as signed: from 2^31 on it never stops the
-    // walk, which then ends with the chunk table.
-    TrackSpec t = TwoChunks(std::nullopt, 0x90000000u);
-    t.stts = {{0x80000000u, 1}};
-    t.stsc = {{1, 0x80000000u, 1}, {2, 10, 1}};
-    ExpectRanges(Build(t), {{0x80000000u, 0, 5000}, {10, 0x80000000u, 9000}});
-}
-
-TEST(AudioRangeMap, WideOffsets)
-{
-    TrackSpec t = TwoChunks();
-    t.co64 = std::vector<std::uint64_t>{0x123456789ull, 0x223456789ull};
-    t.edits = std::vector<Edit>{{1000, 500, kUnitRate}};
-    ExpectRanges(Build(t), {{500, 0, 0x123456789ull + 2000}, {500, 500, 0x223456789ull}});
 }
 
 TEST(AudioRangeMap, KeysAlreadyInTheMapKeepTheirRanges)
@@ -238,39 +265,6 @@ TEST(AudioRangeMap, Refusals)
         EXPECT_EQ(track->MakeAudioSampleRangeMap(map, false), c.code);
         EXPECT_EQ(Entries(map), (Keyed{{3, {1, 2, 3}}}));
     }
-}
-
-TEST(AudioRangeMap, EmptyAnswers)
-{
-    // No samples, or no `stsc` entries: success with nothing added.
-    TrackSpec noSamples = TwoChunks();
-    noSamples.stts = {{0, 1}};
-    EXPECT_EQ(Build(noSamples).byPosition, Keyed{});
-    EXPECT_EQ(Build(noSamples).code, QT::kResultSuccess);
-    TrackSpec noRuns = TwoChunks();
-    noRuns.stsc = {};
-    EXPECT_EQ(Build(noRuns).byPosition, Keyed{});
-    EXPECT_EQ(Build(noRuns).code, QT::kResultSuccess);
-    TrackSpec noChunks = TwoChunks();
-    noChunks.stco = {};
-    EXPECT_EQ(Build(noChunks).byPosition, Keyed{});
-}
-
-TEST(AudioRangeMap, CompressedTrackIsTakenFrameByFrame)
-{
-    // Each packet counts as one frame of 4 bytes: a map that says little, but a map.
-    TrackSpec t = TwoChunks();
-    t.descriptions = {SoundDescriptionV1("mp4a", 2, 16, 48000u << 16)};
-    t.stsc = {{1, 10, 1}};
-    t.stts = {{20, 1024}};
-    ExpectRanges(Build(t), {{10, 0, 5000}, {10, 10, 9000}});
-}
-
-TEST(AudioRangeMap, TwelveBitSamplesCountAsOneByte)
-{
-    TrackSpec t = TwoChunks(std::vector<Edit>{{100, 10, kUnitRate}});
-    t.descriptions = {SoundDescriptionV0("twos", 3, 12, 48000u << 16)};
-    ExpectRanges(Build(t), {{100, 0, 5000 + 10 * 3}});
 }
 
 TEST(AudioRangeMap, HostileCountsStayBounded)

@@ -177,6 +177,7 @@ TEST(SoundDescription, ByteOrderSearchStopsAtBadWaveChildren)
         {"child past the wave's end", {Wave({pastWave, Enda(1)})}, "fl32"},
         {"wave past the description's end", {waveTooBig}, "fl32"},
         {"enda too short for its word", {Wave({shortEnda})}, "fl32"},
+        {"extension of size 0 ends the search", {zeroSized, Wave({Enda(1)})}, "fl32"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -207,14 +208,6 @@ TEST(SoundDescription, ExtensionsAreSearchedFrom52Only)
     withTrailer[3] = static_cast<std::uint8_t>(withTrailer.size());
     auto grown = TrackOf(withTrailer);
     EXPECT_EQ(FourCCText(grown->GetAudioMediaDataFormat(0)), "23ni");
-}
-
-TEST(SoundDescription, ExtensionOfSizeZeroEndsTheSearch)
-{
-    Atom empty("free");
-    empty.size = 0;
-    auto track = TrackOf(SoundDescriptionV1("in24", 2, 16, 48000u << 16, {empty, Wave({Enda(1)})}));
-    EXPECT_EQ(FourCCText(track->GetAudioMediaDataFormat(0)), "in24");
 }
 
 TEST(SoundDescription, RateAndChannelsOfVersions0And1)
@@ -248,6 +241,14 @@ TEST(SoundDescription, Version1WithoutMarkerIsNoVersion2)
     auto notV2 = TrackOf(description);
     EXPECT_EQ(notV2->GetAudioMediaSampleRate(0), 1u);
     EXPECT_EQ(notV2->GetAudioMediaNumChannels(0), 3u);
+
+    // The version 2 layout cut at 52 bytes: the marker lies past its end.
+    description = SoundDescriptionV2("lpcm", v);
+    description.resize(52);
+    description[3] = 52;
+    auto cutShort = TrackOf(description);
+    EXPECT_EQ(cutShort->GetAudioMediaNumChannels(0), 3u);
+    EXPECT_EQ(cutShort->GetAudioMediaSampleRate(0), 1u);
 }
 
 TEST(SoundDescription, Version2RateAndPackedWidth)
@@ -284,32 +285,30 @@ TEST(SoundDescription, Version2RateAndPackedWidth)
     }
 }
 
-TEST(SoundDescription, NegativeIndexGivesTheNullColumn)
+void ExpectNullColumn(QT::IQTTrack& track, std::int32_t index)
 {
-    auto track = TrackOf(SoundDescriptionV1("in24", 2, 16, 48000u << 16, {Wave({Enda(1)})}));
-    EXPECT_EQ(track->GetAudioMediaSampleRate(-1), 0u);
-    EXPECT_EQ(track->GetAudioMediaNumChannels(-1), 0u);
-    EXPECT_EQ(track->GetAudioMediaBitsPerSample(-1), 0u);
-    EXPECT_EQ(track->GetAudioMediaPackedBitsPerSample(-1), 0u);
-    EXPECT_EQ(track->GetAudioMediaDataFormat(-1), QT::kUnknownMediaType);
-    EXPECT_EQ(track->GetAudioMediaRawDataFormat(-1), 0u);
-    EXPECT_FALSE(track->IsAudioMediaUncompressed(-1));
-    EXPECT_EQ(track->GetAudioMediaSampleRate(0), 48000u); // the description itself is fine
+    EXPECT_EQ(track.GetAudioMediaSampleRate(index), 0u);
+    EXPECT_EQ(track.GetAudioMediaNumChannels(index), 0u);
+    EXPECT_EQ(track.GetAudioMediaBitsPerSample(index), 0u);
+    EXPECT_EQ(track.GetAudioMediaPackedBitsPerSample(index), 0u);
+    EXPECT_EQ(track.GetAudioMediaDataFormat(index), QT::kUnknownMediaType);
+    EXPECT_EQ(track.GetAudioMediaRawDataFormat(index), 0u);
+    EXPECT_FALSE(track.IsAudioMediaUncompressed(index));
 }
 
-TEST(SoundDescription, DescriptionLeavingStsdGivesTheNullColumn)
+TEST(SoundDescription, NullColumn)
 {
+    // A negative index, on a description that is fine.
+    auto track = TrackOf(SoundDescriptionV1("in24", 2, 16, 48000u << 16, {Wave({Enda(1)})}));
+    ExpectNullColumn(*track, -1);
+    EXPECT_EQ(track->GetAudioMediaSampleRate(0), 48000u);
+
+    // A description whose size runs past the end of `stsd`.
     Bytes description = SoundDescriptionV1("in24", 2, 16, 48000u << 16);
-    description[2] = 0x10; // size 4096 + 52: past the end of `stsd`
-    auto track = TrackOf(description);
-    ASSERT_TRUE(track);
-    EXPECT_EQ(track->GetAudioMediaSampleRate(0), 0u);
-    EXPECT_EQ(track->GetAudioMediaNumChannels(0), 0u);
-    EXPECT_EQ(track->GetAudioMediaBitsPerSample(0), 0u);
-    EXPECT_EQ(track->GetAudioMediaPackedBitsPerSample(0), 0u);
-    EXPECT_EQ(track->GetAudioMediaDataFormat(0), QT::kUnknownMediaType);
-    EXPECT_EQ(track->GetAudioMediaRawDataFormat(0), 0u);
-    EXPECT_FALSE(track->IsAudioMediaUncompressed(0));
+    description[2] = 0x10;
+    auto leaving = TrackOf(description);
+    ASSERT_TRUE(leaving);
+    ExpectNullColumn(*leaving, 0);
 }
 
 TEST(SoundDescription, ShortDescriptionIsNotReadIntoItsNeighbour)
@@ -329,18 +328,6 @@ TEST(SoundDescription, ShortDescriptionIsNotReadIntoItsNeighbour)
     EXPECT_EQ(FourCCText(track->GetAudioMediaRawDataFormat(0)), "sowt");
     EXPECT_EQ(track->GetAudioMediaNumChannels(1), 2u);
     EXPECT_EQ(FourCCText(track->GetAudioMediaDataFormat(1)), "42ni");
-}
-
-TEST(SoundDescription, VersionShapedDescriptionCutShortReadsAsPlain)
-{
-    // The version 2 layout cut at 52 bytes: the marker lies past its end.
-    SoundV2 v;
-    Bytes description = SoundDescriptionV2("lpcm", v);
-    description.resize(52);
-    description[3] = 52;
-    auto track = TrackOf(description);
-    EXPECT_EQ(track->GetAudioMediaNumChannels(0), 3u);
-    EXPECT_EQ(track->GetAudioMediaSampleRate(0), 1u);
 }
 
 TEST(SoundDescription, IndexPastTheLastIsAContractFailure)
