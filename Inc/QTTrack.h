@@ -5,6 +5,7 @@
 
 #include "API/Inc/PeltBinaryData.h"
 #include "Inc/AtomscanTypes.h"
+#include "Inc/QTAudioRecords.h"
 
 namespace QT {
 
@@ -32,6 +33,30 @@ public:
     virtual bool HasSimpleEditList(bool requireUnitRate) = 0;
     virtual bool IsTrackTrimmed() = 0;
     virtual std::uint32_t GetEditMediaTime() = 0;
+    // Sound descriptions, by index from 0. Contract: a sound track. Without
+    // the description (a negative index) each gives 0, the data format `unkn`.
+    // Whole hertz.
+    virtual std::uint32_t GetAudioMediaSampleRate(std::int32_t inSampleDescriptionIndex) = 0;
+    virtual std::uint32_t GetAudioMediaNumChannels(std::int32_t inSampleDescriptionIndex) = 0;
+    // Bits of one sample of one channel.
+    virtual std::uint32_t GetAudioMediaBitsPerSample(std::int32_t inSampleDescriptionIndex) = 0;
+    // Bits that one sample of one channel takes in the file.
+    virtual std::uint32_t GetAudioMediaPackedBitsPerSample(std::int32_t inSampleDescriptionIndex) = 0;
+    // How the samples lie in the file: raw , twos, 16be, 16le, in24, 42ni,
+    // in32, 23ni, fl32, 23lf, fl64, 46lf; mp4a, ac-3, ec-3 as stored; else unkn.
+    virtual FourCC GetAudioMediaDataFormat(std::int32_t inSampleDescriptionIndex) = 0;
+    // False for mp4a, ac-3, ec-3 and unkn.
+    virtual bool IsAudioMediaUncompressed(std::int32_t inSampleDescriptionIndex) = 0;
+    // The format code as stored in the description.
+    virtual FourCC GetAudioMediaRawDataFormat(std::int32_t inSampleDescriptionIndex) = 0;
+    // Adds to `outMap` one range for each chunk the edit touches, keyed by file
+    // offset or by output position. 0, kResultEditListNotSimple or kResultAudioShape.
+    virtual ResultCode MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool inKeyByFileOffset) = 0;
+    // The 5.1 channel order of the description's `chan` extension: true with
+    // the map filled; true with `outLayoutNotUnderstood` set for any other
+    // layout; false without a usable `chan`.
+    virtual bool GetMultiChannelMap(std::int32_t inSampleDescriptionIndex, ChannelOrderMap& outChannelMap,
+                                    bool& outLayoutNotUnderstood) = 0;
     // The first user data item of the type: true, and its bytes in `outData`.
     virtual bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) = 0;
     virtual bool IsTrackMatrixIdentity() = 0;

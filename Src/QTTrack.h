@@ -37,6 +37,17 @@ public:
     bool HasSimpleEditList(bool requireUnitRate) override;
     bool IsTrackTrimmed() override;
     std::uint32_t GetEditMediaTime() override { return mEditMediaTime; }
+    // Sound (QTTrack_Audio).
+    std::uint32_t GetAudioMediaSampleRate(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaNumChannels(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaBitsPerSample(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaPackedBitsPerSample(std::int32_t inSampleDescriptionIndex) override;
+    FourCC GetAudioMediaDataFormat(std::int32_t inSampleDescriptionIndex) override;
+    bool IsAudioMediaUncompressed(std::int32_t inSampleDescriptionIndex) override;
+    FourCC GetAudioMediaRawDataFormat(std::int32_t inSampleDescriptionIndex) override;
+    ResultCode MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool inKeyByFileOffset) override;
+    bool GetMultiChannelMap(std::int32_t inSampleDescriptionIndex, ChannelOrderMap& outChannelMap,
+                            bool& outLayoutNotUnderstood) override;
     bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) override;
     bool IsTrackMatrixIdentity() override;
     bool IsTrackMatrixIdentity2D() override;

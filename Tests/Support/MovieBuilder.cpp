@@ -190,6 +190,9 @@ Atom BuildTrak(const TrackSpec& spec)
     if (spec.co64) stbl.push_back(Co64(*spec.co64));
     else stbl.push_back(Stco(spec.stco));
     for (const Atom& a : spec.extraStbl) stbl.push_back(a);
+    for (const Atom& replacement : spec.replaceStbl)
+        for (Atom& child : stbl)
+            if (child.type == replacement.type) child = replacement;
 
     Atom mediaHeader = spec.mediaHeader ? *spec.mediaHeader
                        : spec.mediaType == "vide" ? Atom("vmhd", ByteWriter().U32(1).Zeros(8))

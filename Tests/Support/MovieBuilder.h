@@ -91,6 +91,7 @@ struct TrackSpec {
     std::optional<std::vector<std::uint64_t>> co64; // replaces `stco` when set
     std::optional<std::vector<std::uint32_t>> stss;
     std::vector<Atom> extraStbl;        // more children of `stbl` (sdtp, ctts, ...)
+    std::vector<Atom> replaceStbl;      // each replaces the built child of `stbl` of its type
     std::vector<Atom> extraTrak;        // children of `trak` behind `mdia` (udta, ...)
     std::vector<Atom> beforeMdia;       // children of `trak` between `tkhd` and `mdia` (tapt, ...)
     std::optional<Atom> dinf;           // replaces the self-contained `dinf`
