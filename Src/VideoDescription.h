@@ -67,7 +67,7 @@ private:
         return mDescription && rel <= mSize && width <= mSize - rel;
     }
 
-    const AtomReader& mReader;
+    AtomReader mReader;
     AtomPtr mDescription;
     std::uint32_t mSize;
 };
