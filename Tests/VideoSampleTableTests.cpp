@@ -27,36 +27,19 @@ TrackSpec TenSamples()
     return t;
 }
 
-std::vector<std::uint64_t> Offsets(const Table& t)
+// One field of every record.
+template <typename T>
+std::vector<T> Column(const Table& table, T QT::VideoSampleRecord::*field)
 {
-    std::vector<std::uint64_t> v;
-    for (const auto& r : t) v.push_back(r.mOffset);
+    std::vector<T> v;
+    for (const auto& r : table) v.push_back(r.*field);
     return v;
 }
-std::vector<std::uint32_t> Durations(const Table& t)
-{
-    std::vector<std::uint32_t> v;
-    for (const auto& r : t) v.push_back(r.mDuration);
-    return v;
-}
-std::vector<std::uint32_t> Times(const Table& t)
-{
-    std::vector<std::uint32_t> v;
-    for (const auto& r : t) v.push_back(r.mTime);
-    return v;
-}
-std::vector<std::uint32_t> Sizes(const Table& t)
-{
-    std::vector<std::uint32_t> v;
-    for (const auto& r : t) v.push_back(r.mSize);
-    return v;
-}
-std::vector<bool> Keys(const Table& t)
-{
-    std::vector<bool> v;
-    for (const auto& r : t) v.push_back(r.mIsKeyFrame);
-    return v;
-}
+auto Offsets(const Table& t) { return Column(t, &QT::VideoSampleRecord::mOffset); }
+auto Durations(const Table& t) { return Column(t, &QT::VideoSampleRecord::mDuration); }
+auto Times(const Table& t) { return Column(t, &QT::VideoSampleRecord::mTime); }
+auto Sizes(const Table& t) { return Column(t, &QT::VideoSampleRecord::mSize); }
+std::vector<bool> Keys(const Table& t) { return Column(t, &QT::VideoSampleRecord::mIsKeyFrame); }
 
 Table Build(const TrackSpec& spec, QT::ResultCode expected = kOk, bool ignoreEdits = false)
 {
