@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "API/Inc/PeltBinaryData.h"
 #include "Inc/AtomscanTypes.h"
+#include "Inc/QTVideoRecords.h"
 #include "Inc/QTAudioRecords.h"
 
 namespace QT {
@@ -25,14 +27,75 @@ public:
     // The edit's length in the movie time scale.
     virtual std::uint32_t GetEditDuration() = 0;
     virtual std::int32_t GetSampleDescriptionCount() = 0;
+    // Data format, width, height, resolutions and depth alike in every
+    // description (read at the image description's places, whatever the media).
+    virtual bool GetAllSampleDescriptionsEquivalent() = 0;
+    // The same for a video track, and with `ignoreSize` false the entry sizes too.
+    virtual bool GetAllImageDescriptionsEquivalent(bool ignoreSize) = 0;
     // Samples that the edit covers.
     virtual std::uint32_t GetEditSampleCount() = 0;
     virtual std::uint32_t GetTrackDurationInMediaTimeScale() = 0;
+    // Track aperture sizes from `clef`, `prof`, `enof`: false and the outputs
+    // untouched when the atom is absent.
+    virtual bool GetTrackCleanApertureDimensions(float& outWidth, float& outHeight) = 0;
+    virtual bool GetTrackProductionApertureDimensions(float& outWidth, float& outHeight) = 0;
+    virtual bool GetTrackEncodedPixelsDimensions(float& outWidth, float& outHeight) = 0;
     // True without an edit; false with two or more; with one, false only when
     // `requireUnitRate` is set and its rate is not 1.0.
     virtual bool HasSimpleEditList(bool requireUnitRate) = 0;
     virtual bool IsTrackTrimmed() = 0;
     virtual std::uint32_t GetEditMediaTime() = 0;
+
+    // Image description `index` (from 0) of a video track. The single values
+    // are 0 without a description; the rest give 0, or
+    // kResultImageDescriptionItem with the outputs as they were.
+    virtual FourCC GetVideoMediaCompressionFourCC(std::int32_t index) = 0;
+    virtual FourCC GetVideoMediaVendorFourCC(std::int32_t index) = 0;
+    virtual std::int32_t GetVideoMediaWidth(std::int32_t index) = 0;
+    virtual std::int32_t GetVideoMediaHeight(std::int32_t index) = 0;
+    virtual std::uint32_t GetVideoMediaDepth(std::int32_t index) = 0;
+    // The eight numbers of `clap` as stored.
+    virtual ResultCode GetVideoMediaCleanAperture(std::int32_t index, std::uint32_t& outWidthN, std::uint32_t& outWidthD,
+                                                  std::uint32_t& outHeightN, std::uint32_t& outHeightD,
+                                                  std::uint32_t& outOffsetXN, std::uint32_t& outOffsetXD,
+                                                  std::uint32_t& outOffsetYN, std::uint32_t& outOffsetYD) = 0;
+    // Horizontal and vertical spacing from `pasp`.
+    virtual ResultCode GetVideoMediaPixelAspect(std::int32_t index, std::uint32_t& outHorizontal,
+                                                std::uint32_t& outVertical) = 0;
+    virtual ResultCode GetVideoMediaCodecName(std::int32_t index, String16& outName) = 0;
+    virtual ResultCode GetVideoMediaQuality(std::int32_t index, std::uint32_t& outTemporal, std::uint32_t& outSpatial) = 0;
+    // `fiel`: field count 1 or 2, ordering 0, 1, 6, 9 or 14; others are refused.
+    virtual ResultCode GetVideoMediaFieldInfo(std::int32_t index, std::uint32_t& outFieldCount,
+                                              std::uint32_t& outFieldOrdering) = 0;
+    // `colr` of type `nclc`; values this system does not know come out as 2.
+    virtual ResultCode GetVideoMediaColorInfo(std::int32_t index, std::uint32_t& outPrimaries, std::uint32_t& outTransfer,
+                                              std::uint32_t& outMatrix) = 0;
+    // Copies of description bytes: 0, or kResultNotFound with `outData` as it was.
+    // The payload of the first extension atom of `type`, without its header.
+    virtual ResultCode GetVideoMediaArbitraryImageDescriptionExtensionAsBinary(std::int32_t index, FourCC type,
+                                                                               Pelt::BinaryData& outData) = 0;
+    // The whole description as stored.
+    virtual ResultCode GetVideoMediaImageDescriptionAsBinary(std::int32_t index, Pelt::BinaryData& outData) = 0;
+    // The whole description with every number of known width little-endian.
+    virtual ResultCode GetVideoMediaImageDescriptionAsPlatformBinary(std::int32_t index, Pelt::BinaryData& outData) = 0;
+    // Appends one record per frame, in decode order, trimmed to the edit unless
+    // `ignoreEdits`; at most `maxEntries` records. With `sortByTime` the whole
+    // table is then sorted by time. 0, kResultEditListNotSimple,
+    // kResultBadSampleTables, or kResultNotFound when a frame has no chunk.
+    virtual ResultCode MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std::uint32_t maxEntries,
+                                            std::vector<VideoSampleRecord>& outTable) = 0;
+    virtual ResultCode MakeFullVideoSampleTable(bool sortByTime, bool ignoreEdits,
+                                                std::vector<VideoSampleRecord>& outTable) = 0;
+    // `stss` is present and does not list every sample.
+    virtual bool VideoTrackContainsDeltaFrames() = 0;
+    // Both `sdtp` and `ctts` are present.
+    virtual bool VideoTrackHasTemporalReferenceData() = 0;
+    // Some `sdtp` flag marks an anchor without references.
+    virtual bool VideoTrackHasEarlierDisplayKeyFrames() = 0;
+    // Resizes the table to the sample count and fills it from `ctts`, `sdtp`
+    // and the first `stts` duration: 0, or kResultBadSampleTables.
+    virtual ResultCode MakeVideoTemporalReferenceTable(std::vector<VideoTemporalReference>& outTable) = 0;
+
     // Sound descriptions, by index from 0. Contract: a sound track. Without
     // the description (a negative index) each gives 0, the data format `unkn`.
     // Whole hertz.
