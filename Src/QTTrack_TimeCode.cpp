@@ -240,7 +240,8 @@ FourCC QTTrack::GetCaptionMediaFormat(std::int32_t index)
 
 std::int32_t QTTrack::GetCaptionFrameDuration()
 {
-    SttsCursor stts(Reader(), Item().mStts);
+    const AtomReader reader = Reader();
+    SttsCursor stts(reader, Item().mStts);
     if (!stts.AtEnd()) {
         std::int32_t smallest = static_cast<std::int32_t>(stts.Duration());
         std::int64_t divisor = smallest;
