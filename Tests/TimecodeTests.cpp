@@ -31,10 +31,12 @@ std::string FormatTimecode(std::int64_t frame, std::int64_t fps, bool drop)
     return text;
 }
 
-Bytes TimecodeDescription(std::uint32_t flags, std::uint32_t timeScale, std::uint32_t frameDuration, std::uint8_t frames,
-                          const Bytes& tail = {})
+Bytes TimecodeDescription(std::uint32_t flags, std::uint32_t timeScale, std::uint32_t frameDuration,
+                          std::uint8_t frames, const Bytes& tail = {})
 {
-    return SampleDescription("tmcd", ByteWriter().U32(0).U32(flags).U32(timeScale).U32(frameDuration).U8(frames).U8(0).Raw(tail));
+    ByteWriter body;
+    body.U32(0).U32(flags).U32(timeScale).U32(frameDuration).U8(frames).U8(0).Raw(tail);
+    return SampleDescription("tmcd", body);
 }
 
 Bytes NameAtom(const std::string& text, std::optional<std::uint32_t> size = {}, const char* type = "name")
@@ -67,7 +69,8 @@ TEST(Timecode, CorpusMoviesCountAndLocateTheirSample)
         {"prores_hq_tc_pcm24", 2, 2}, {"broadcast_2997_tc_c608_aac", 3, 3},
     };
     static const std::regex description(
-        R"(tmcd format=tmcd .* drop_frame=(True|False) .* timescale=(\d+) frame_duration=(\d+) number_of_frames=(\d+))");
+        R"(tmcd format=tmcd .* drop_frame=(True|False) .* )"
+        R"(timescale=(\d+) frame_duration=(\d+) number_of_frames=(\d+))");
     for (const Case& c : cases) {
         SCOPED_TRACE(c.movie);
         OpenedTrack t = OpenTrackAt(CorpusPath(c.movie), c.track);
@@ -223,7 +226,8 @@ TEST(Timecode, FrameValue)
         QT::TimecodeInfo info;
         info.mTicksPerFrame = c.ticksPerFrame;
         std::int64_t value = 42;
-        const Pelt::BinaryData data = c.sample.empty() ? Pelt::BinaryData() : Pelt::BinaryData(c.sample.data(), c.sample.size());
+        const Pelt::BinaryData data =
+            c.sample.empty() ? Pelt::BinaryData() : Pelt::BinaryData(c.sample.data(), c.sample.size());
         EXPECT_EQ(t.track->GetTimecodeFrameValue(data, info, value), c.result);
         EXPECT_EQ(value, c.value);
     }

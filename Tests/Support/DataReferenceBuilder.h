@@ -40,7 +40,8 @@ inline Bytes AliasEntry(const AliasRecordSpec& spec)
     ByteWriter record;
     record.U32(0).U16(0); // user type; the record size is written below
     record.U16(2).U16(0); // version, kind: a file
-    record.U8(static_cast<std::uint32_t>(spec.volumeName.size())).Text(spec.volumeName).Zeros(27 - spec.volumeName.size());
+    record.U8(static_cast<std::uint32_t>(spec.volumeName.size())).Text(spec.volumeName);
+    record.Zeros(27 - spec.volumeName.size());
     record.U32(0).U16(0x482b).U16(0).U32(16); // volume date, file system, drive type, parent directory
     record.U8(spec.fileNameLength.value_or(static_cast<std::uint8_t>(spec.fileName.size())))
         .Text(spec.fileName)
@@ -56,19 +57,23 @@ inline Bytes AliasEntry(const AliasRecordSpec& spec)
     const auto size = static_cast<std::uint16_t>(spec.recordSize.value_or(static_cast<std::uint16_t>(data.size())));
     data[4] = static_cast<std::uint8_t>(size >> 8);
     data[5] = static_cast<std::uint8_t>(size);
-    return ByteWriter().U32(static_cast<std::uint32_t>(12 + data.size())).Code("alis").U16(0).U8(0).U8(spec.flags).Raw(data);
+    ByteWriter entry;
+    entry.U32(static_cast<std::uint32_t>(12 + data.size())).Code("alis").U16(0).U8(0).U8(spec.flags).Raw(data);
+    return entry.Take();
 }
 
 // An entry of any type with its data as given.
 inline Bytes ReferenceEntry(const char* type, std::uint8_t flags, const Bytes& data = {},
                                 std::optional<std::uint32_t> size = {})
 {
-    return ByteWriter().U32(size.value_or(static_cast<std::uint32_t>(12 + data.size()))).Code(type).U16(0).U8(0).U8(flags).Raw(data);
+    ByteWriter entry;
+    entry.U32(size.value_or(static_cast<std::uint32_t>(12 + data.size()))).Code(type).U16(0).U8(0).U8(flags);
+    return entry.Raw(data).Take();
 }
 
 // A `hndl` entry: 5 unread bytes, then an inner `data` atom holding `payload`.
-inline Bytes HandleEntry(const Bytes& payload, std::optional<std::uint32_t> innerSize = {}, const char* innerType = "data",
-                         std::optional<std::uint32_t> entrySize = {})
+inline Bytes HandleEntry(const Bytes& payload, std::optional<std::uint32_t> innerSize = {},
+                         const char* innerType = "data", std::optional<std::uint32_t> entrySize = {})
 {
     ByteWriter data;
     data.Zeros(5).U32(innerSize.value_or(static_cast<std::uint32_t>(8 + payload.size()))).Code(innerType).Raw(payload);

@@ -81,7 +81,8 @@ inline std::vector<ProbePacket> ProbePackets(const std::string& name, int stream
 {
     const std::string json = ReadCorpusText(name, ".ffprobe.json");
     static const std::regex packet(
-        R"re(\{\s*"stream_index": (\d+),\s*"pts": (-?\d+),\s*"dts": -?\d+,(?:\s*"duration": \d+,)?\s*"size": "(\d+)",\s*"pos": "(\d+)")re");
+        R"re(\{\s*"stream_index": (\d+),\s*"pts": (-?\d+),\s*"dts": -?\d+,)re"
+        R"re((?:\s*"duration": \d+,)?\s*"size": "(\d+)",\s*"pos": "(\d+)")re");
     std::vector<ProbePacket> out;
     for (auto it = std::sregex_iterator(json.begin(), json.end(), packet); it != std::sregex_iterator(); ++it) {
         if (std::stoi((*it)[1]) != streamIndex) continue;
