@@ -297,6 +297,8 @@ ResultCode QTTrack::MakeCaptionSampleTable(const String16& path, CaptionSampleMa
     std::uint64_t sampleIndex = 0;
     for (std::uint32_t c = 0; c < chunks.NumEntries() && sampleIndex < sampleTotal; ++c) {
         const std::uint64_t chunkOffset = chunks.GetEntry(c);
+        // The place inside the chunk is kept at 64 bits, so sizes that add up
+        // past 2^31 still give the true position rather than a wrapped one.
         std::uint64_t inChunk = 0;
         // The next `stsc` entry takes over at its first chunk; without entries
         // no chunk holds a sample.
