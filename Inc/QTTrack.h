@@ -8,6 +8,9 @@
 #include "Inc/AtomscanTypes.h"
 #include "Inc/QTVideoRecords.h"
 #include "Inc/QTAudioRecords.h"
+#include "Inc/ExternalReferences.h"
+#include "Inc/QTCaption.h"
+#include "Inc/QTTimecode.h"
 
 namespace QT {
 
@@ -120,8 +123,36 @@ public:
     // layout; false without a usable `chan`.
     virtual bool GetMultiChannelMap(std::int32_t inSampleDescriptionIndex, ChannelOrderMap& outChannelMap,
                                     bool& outLayoutNotUnderstood) = 0;
+    // Timecode: the first description's counting and its source name. 0.
+    virtual std::int32_t GetTimecodeMediaInfo(TimecodeInfo& outInfo, String16& outName) = 0;
+    // The start value held in a lone `hndl` data reference: 0, or -1.
+    virtual std::int32_t GetTimecodeHandleValue(std::uint64_t& outValue) = 0;
+    // Where the first timecode sample lies: 0, or -1 without a chunk.
+    // Contract: the track is a timecode track.
+    virtual std::int32_t GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, std::uint32_t& outSize) = 0;
+    // The frame number in a sample's bytes, moved on by the first edit: 0, or
+    // -1 for bytes of the wrong length.
+    virtual std::int32_t GetTimecodeFrameValue(Pelt::BinaryData data, const TimecodeInfo& info,
+                                               std::int64_t& outValue) = 0;
+    // Captions: each `c608`/`c708` data run in the file, keyed by offset or by
+    // media time. 0, or kResultCaptionTables.
+    virtual ResultCode MakeCaptionSampleTable(const String16& path, CaptionSampleMap& table, bool keyByOffset) = 0;
+    // `c608`, `c708`, or unkn.
+    virtual FourCC GetCaptionMediaFormat(std::int32_t index) = 0;
+    // Media time units of one caption frame.
+    virtual std::int32_t GetCaptionFrameDuration() = 0;
     // The first user data item of the type: true, and its bytes in `outData`.
     virtual bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) = 0;
+    // Data references: whether the one reference says the media is in this file.
+    virtual bool IsDataReferenceSelfContained() = 0;
+    // The type of the one data reference; '????' unless there is exactly one.
+    virtual FourCC GetDataReferenceType() = 0;
+    // The path of the one external file, into `outPath` unless it is null.
+    virtual bool GetSingleExternalReferencePath(String16* outPath) = 0;
+    virtual bool HasSingleDataReference() = 0;
+    // Adds the `alis` references to `references`; false when `dref` runs past
+    // its end, keeping what earlier entries added.
+    virtual bool GetTrackExternalReferences(ExternalReferenceMap& references) = 0;
     virtual bool IsTrackMatrixIdentity() = 0;
     virtual bool IsTrackMatrixIdentity2D() = 0;
     virtual bool IsTrackMatrixRightAngle() = 0;

@@ -48,7 +48,24 @@ public:
     ResultCode MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool inKeyByFileOffset) override;
     bool GetMultiChannelMap(std::int32_t inSampleDescriptionIndex, ChannelOrderMap& outChannelMap,
                             bool& outLayoutNotUnderstood) override;
+    // Timecode and captions.
+    std::int32_t GetTimecodeMediaInfo(TimecodeInfo& outInfo, String16& outName) override;
+    std::int32_t GetTimecodeHandleValue(std::uint64_t& outValue) override;
+    std::int32_t GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, std::uint32_t& outSize) override;
+    std::int32_t GetTimecodeFrameValue(Pelt::BinaryData data, const TimecodeInfo& info,
+                                       std::int64_t& outValue) override;
+    ResultCode MakeCaptionSampleTable(const String16& path, CaptionSampleMap& table, bool keyByOffset) override;
+    FourCC GetCaptionMediaFormat(std::int32_t index) override;
+    std::int32_t GetCaptionFrameDuration() override;
     bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) override;
+    // Data references.
+    bool IsDataReferenceSelfContained() override;
+    FourCC GetDataReferenceType() override;
+    bool GetSingleExternalReferencePath(String16* outPath) override;
+    bool HasSingleDataReference() override;
+    bool GetTrackExternalReferences(ExternalReferenceMap& references) override;
+    // The payload of a `hndl` first data reference: 0, or -1 and an empty `outData`.
+    std::int32_t GetHandleDataReferencePayload(Pelt::BinaryData& outData) const;
     bool IsTrackMatrixIdentity() override;
     bool IsTrackMatrixIdentity2D() override;
     bool IsTrackMatrixRightAngle() override;
