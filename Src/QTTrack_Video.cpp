@@ -456,6 +456,10 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const SampleSizes sizes(reader, item.mStsz);
     // Sizes whose entries would lie beyond the copy count as missing.
     if (sizes.Count() < sampleCount || sizes.KnownCount() < sampleCount) return kResultBadSampleTables;
+    // With a constant size nothing in the copy backs the sample count: a table
+    // that claims more frames than the file can hold is refused, so a hostile
+    // count cannot demand gigabytes of records.
+    if (sizes.Constant() != 0 && sampleCount > mStore->GetFileSize() / sizes.Constant()) return kResultBadSampleTables;
 
     // Room for what this call can add, bounded by what the copy backs: a size
     // entry per sample, or with a constant size the chunks (a table that holds
