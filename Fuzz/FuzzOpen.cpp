@@ -184,9 +184,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Track(*track, path);
     }
 
-    std::map<std::uint32_t, QT::String16> video, audio, timecode;
-    QT::GetExternalReferences(movie, video, audio, timecode);
-    QT::ExternalReferenceMap all;
-    if (QT::GetAllExternalReferences(movie, all)) QT::ValidateExternalReferences(path, all);
     return 0;
 }
