@@ -1,4 +1,5 @@
-// Bytes → a file → OpenMovieAndFindAtom with a type drawn from the input.
+// Bytes → a file → OpenMovieAndFindAtom with a type drawn from the input: its
+// last four bytes, so that whole movies serve as seeds.
 #include <cstring>
 
 #include "Fuzz/FuzzSupport.h"
@@ -9,8 +10,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     if (size < 4) return 0;
     QT::FourCC type = 0;
-    for (int i = 0; i < 4; ++i) type = (type << 8) | data[i];
-    const QT::String16 path = fuzz::WriteInput(data + 4, size - 4);
+    for (std::size_t i = size - 4; i < size; ++i) type = (type << 8) | data[i];
+    const QT::String16 path = fuzz::WriteInput(data, size - 4);
     Tessel::InterfaceRef<QT::IQTMovie> movie;
     bool found = false;
     std::uint64_t offset = 0, atomSize = 0;

@@ -42,6 +42,7 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
         WalkMovieAtom(state, settings.guard)) {
         const MovieAtomIndex& index = state.mIndex;
+        state.mStore->SetFileSize(state.mFileSize);
         state.mStore->Adopt(index.mMvhd, index.mTracks, index.mUserData, index.mMetadata);
         if (!local) throw Tessel::NullInterfaceException();
         local->SetStore(state.mStore);

@@ -1,5 +1,6 @@
 #include "Src/QTTrack.h"
 
+#include "Src/DataReference.h"
 #include "Src/SampleTableCursors.h"
 
 namespace QT {
@@ -19,6 +20,9 @@ constexpr std::uint32_t kMdhdDuration = 16;
 constexpr std::uint32_t kHdlrSubtype = 8;
 
 constexpr std::uint32_t kUnitRate = 0x10000;
+
+// The data reference type of a track without exactly one reference.
+constexpr FourCC kUnknownDataReferenceType = MakeFourCC("????");
 
 // a, b, u, c, d, v, w of the four right-angle rows.
 constexpr std::uint32_t kMatrixRows[4][7] = {
@@ -273,6 +277,97 @@ bool QTTrack::GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData)
         }
     }
     return false;
+}
+
+// Data references. Every read of `dref` stops at its end (see
+// DataReferenceAtom): an entry count that lies beyond it counts as no entries,
+// and an entry whose header passes it is not there.
+
+bool QTTrack::IsDataReferenceSelfContained()
+{
+    const AtomReader reader = Reader();
+    const DataReferenceAtom dref(reader, Item().mDinf);
+    DataReferenceEntry entry;
+    if (!dref.Present() || dref.EntryCount() != 1 || !dref.ReadEntry(dref.FirstEntry(), entry)) return false;
+    if (entry.type != kAliasReferenceType && entry.type != kUrlReferenceType) return true;
+    return entry.flags == 1;
+}
+
+FourCC QTTrack::GetDataReferenceType()
+{
+    const AtomReader reader = Reader();
+    const DataReferenceAtom dref(reader, Item().mDinf);
+    DataReferenceEntry entry;
+    if (!dref.Present() || dref.EntryCount() != 1 || !dref.ReadEntry(dref.FirstEntry(), entry))
+        return kUnknownDataReferenceType;
+    return entry.type;
+}
+
+bool QTTrack::GetSingleExternalReferencePath(String16* outPath)
+{
+    ExternalReferenceMap references;
+    if (!GetTrackExternalReferences(references) || references.size() != 1) return false;
+    if (outPath) *outPath = references.begin()->first;
+    return true;
+}
+
+bool QTTrack::HasSingleDataReference()
+{
+    const AtomReader reader = Reader();
+    const DataReferenceAtom dref(reader, Item().mDinf);
+    return dref.Present() && dref.EntryCount() == 1;
+}
+
+bool QTTrack::GetTrackExternalReferences(ExternalReferenceMap& references)
+{
+    const AtomReader reader = Reader();
+    const DataReferenceAtom dref(reader, Item().mDinf);
+    if (!dref.Present()) return true;
+    const std::uint32_t count = dref.EntryCount();
+    std::uint64_t at = dref.FirstEntry();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        DataReferenceEntry entry;
+        if (!dref.ReadEntry(at, entry)) return false;
+        if (entry.type != kAliasReferenceType) {
+            // An entry of size 0 would be read again for every remaining
+            // count, adding nothing each time: the answer is already known.
+            if (entry.size == 0) return true;
+            at += entry.size;
+            continue;
+        }
+        if (entry.flags == 1) return true; // the media is in this file: the rest is not read
+        ExtRefData data;
+        std::uint64_t next = 0;
+        if (!ParseAliasRecord(dref, at, data, next)) return false;
+        String16 key = data.fullPath;
+        references.emplace(std::move(key), std::move(data)); // an existing key keeps its first value
+        at = next;
+    }
+    return true;
+}
+
+std::int32_t QTTrack::GetHandleDataReferencePayload(Pelt::BinaryData& outData) const
+{
+    // The first entry, whatever the entry count: size, type, 5 unread bytes,
+    // then an inner atom (size with its 8-byte header, type `data`) whose
+    // content is the payload. An inner atom that runs past the entry, or an
+    // entry that runs past `dref`, is refused: it is not cut to what is there.
+    constexpr std::uint64_t kInnerAtom = 17;
+    const AtomReader reader = Reader();
+    const DataReferenceAtom dref(reader, Item().mDinf);
+    outData = Pelt::BinaryData();
+    const std::uint64_t at = dref.FirstEntry();
+    DataReferenceEntry entry;
+    std::uint32_t innerSize = 0, innerType = 0;
+    if (!dref.Present() || !dref.ReadEntry(at, entry) || entry.size < 26 || entry.type != kHandleReferenceType ||
+        !dref.Fits(at, entry.size) || !dref.U32(at + kInnerAtom, innerSize) ||
+        !dref.U32(at + kInnerAtom + 4, innerType) || innerSize < 9 || innerType != MakeFourCC("data") ||
+        kInnerAtom + innerSize > entry.size)
+        return -1;
+    const std::uint8_t* payload = dref.Bytes(at + kInnerAtom + 8, innerSize - 8);
+    if (!payload) return -1;
+    outData = Pelt::BinaryData(payload, innerSize - 8);
+    return 0;
 }
 
 int QTTrack::MatrixRow(bool ignoreW) const

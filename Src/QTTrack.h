@@ -37,11 +37,79 @@ public:
     bool HasSimpleEditList(bool requireUnitRate) override;
     bool IsTrackTrimmed() override;
     std::uint32_t GetEditMediaTime() override { return mEditMediaTime; }
+    // Sound (QTTrack_Audio).
+    std::uint32_t GetAudioMediaSampleRate(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaNumChannels(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaBitsPerSample(std::int32_t inSampleDescriptionIndex) override;
+    std::uint32_t GetAudioMediaPackedBitsPerSample(std::int32_t inSampleDescriptionIndex) override;
+    FourCC GetAudioMediaDataFormat(std::int32_t inSampleDescriptionIndex) override;
+    bool IsAudioMediaUncompressed(std::int32_t inSampleDescriptionIndex) override;
+    FourCC GetAudioMediaRawDataFormat(std::int32_t inSampleDescriptionIndex) override;
+    ResultCode MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool inKeyByFileOffset) override;
+    bool GetMultiChannelMap(std::int32_t inSampleDescriptionIndex, ChannelOrderMap& outChannelMap,
+                            bool& outLayoutNotUnderstood) override;
+    // Timecode and captions.
+    std::int32_t GetTimecodeMediaInfo(TimecodeInfo& outInfo, String16& outName) override;
+    std::int32_t GetTimecodeHandleValue(std::uint64_t& outValue) override;
+    std::int32_t GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, std::uint32_t& outSize) override;
+    std::int32_t GetTimecodeFrameValue(Pelt::BinaryData data, const TimecodeInfo& info,
+                                       std::int64_t& outValue) override;
+    ResultCode MakeCaptionSampleTable(const String16& path, CaptionSampleMap& table, bool keyByOffset) override;
+    FourCC GetCaptionMediaFormat(std::int32_t index) override;
+    std::int32_t GetCaptionFrameDuration() override;
     bool GetTrackUserDataItem(FourCC type, Pelt::BinaryData& outData) override;
+    // Data references.
+    bool IsDataReferenceSelfContained() override;
+    FourCC GetDataReferenceType() override;
+    bool GetSingleExternalReferencePath(String16* outPath) override;
+    bool HasSingleDataReference() override;
+    bool GetTrackExternalReferences(ExternalReferenceMap& references) override;
+    // The payload of a `hndl` first data reference: 0, or -1 and an empty `outData`.
+    std::int32_t GetHandleDataReferencePayload(Pelt::BinaryData& outData) const;
     bool IsTrackMatrixIdentity() override;
     bool IsTrackMatrixIdentity2D() override;
     bool IsTrackMatrixRightAngle() override;
     std::uint32_t GetTrackMatrixRotation() override;
+
+    // Video: image descriptions, their export, and the two frame tables.
+    bool GetAllSampleDescriptionsEquivalent() override;
+    bool GetAllImageDescriptionsEquivalent(bool ignoreSize) override;
+    bool GetTrackCleanApertureDimensions(float& outWidth, float& outHeight) override;
+    bool GetTrackProductionApertureDimensions(float& outWidth, float& outHeight) override;
+    bool GetTrackEncodedPixelsDimensions(float& outWidth, float& outHeight) override;
+    FourCC GetVideoMediaCompressionFourCC(std::int32_t index) override;
+    FourCC GetVideoMediaVendorFourCC(std::int32_t index) override;
+    std::int32_t GetVideoMediaWidth(std::int32_t index) override;
+    std::int32_t GetVideoMediaHeight(std::int32_t index) override;
+    std::uint32_t GetVideoMediaDepth(std::int32_t index) override;
+    ResultCode GetVideoMediaCleanAperture(std::int32_t index, std::uint32_t& outWidthN, std::uint32_t& outWidthD,
+                                          std::uint32_t& outHeightN, std::uint32_t& outHeightD,
+                                          std::uint32_t& outOffsetXN, std::uint32_t& outOffsetXD,
+                                          std::uint32_t& outOffsetYN, std::uint32_t& outOffsetYD) override;
+    ResultCode GetVideoMediaPixelAspect(std::int32_t index, std::uint32_t& outHorizontal,
+                                        std::uint32_t& outVertical) override;
+    ResultCode GetVideoMediaCodecName(std::int32_t index, String16& outName) override;
+    ResultCode GetVideoMediaQuality(std::int32_t index, std::uint32_t& outTemporal, std::uint32_t& outSpatial) override;
+    ResultCode GetVideoMediaFieldInfo(std::int32_t index, std::uint32_t& outFieldCount,
+                                      std::uint32_t& outFieldOrdering) override;
+    ResultCode GetVideoMediaColorInfo(std::int32_t index, std::uint32_t& outPrimaries, std::uint32_t& outTransfer,
+                                      std::uint32_t& outMatrix) override;
+    ResultCode GetVideoMediaArbitraryImageDescriptionExtensionAsBinary(std::int32_t index, FourCC type,
+                                                                       Pelt::BinaryData& outData) override;
+    ResultCode GetVideoMediaImageDescriptionAsBinary(std::int32_t index, Pelt::BinaryData& outData) override;
+    ResultCode GetVideoMediaImageDescriptionAsPlatformBinary(std::int32_t index, Pelt::BinaryData& outData) override;
+    ResultCode MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std::uint32_t maxEntries,
+                                    std::vector<VideoSampleRecord>& outTable) override;
+    ResultCode MakeFullVideoSampleTable(bool sortByTime, bool ignoreEdits,
+                                        std::vector<VideoSampleRecord>& outTable) override;
+    bool VideoTrackContainsDeltaFrames() override;
+    bool VideoTrackHasTemporalReferenceData() override;
+    bool VideoTrackHasEarlierDisplayKeyFrames() override;
+    ResultCode MakeVideoTemporalReferenceTable(std::vector<VideoTemporalReference>& outTable) override;
+    // The first extension atom of `type` in the image description at
+    // `description` (its size field) of `reader`'s bytes: its payload and size.
+    static bool FindImageDescriptionExtension(const AtomReader& reader, AtomPtr description, FourCC type,
+                                              AtomPtr& outPayload, std::uint32_t& outPayloadSize);
 
     virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
 

@@ -32,7 +32,7 @@ public:
     }
 
 private:
-    AtomReader mReader;
+    AtomReader mReader; // a copy: cursors are often made from a temporary reader
     AtomPtr mStts;
     std::uint32_t mEntryCount;
     std::uint32_t mEntry = 0;
@@ -82,7 +82,7 @@ private:
         mNextFirstChunk = mEntry + 1 < mEntryCount ? mReader.U32Or(mStsc.Field(16 + 12ull * (mEntry + 1))) : 0;
     }
 
-    AtomReader mReader;
+    AtomReader mReader; // a copy: cursors are often made from a temporary reader
     AtomPtr mStsc;
     std::uint32_t mEntryCount;
     std::uint32_t mChunkCount;
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    AtomReader mReader;
+    AtomReader mReader; // a copy: cursors are often made from a temporary reader
     AtomPtr mStsz;
     std::uint32_t mConstant;
     std::uint32_t mCount;

@@ -1,5 +1,6 @@
 #include "Tests/Support/MovieBuilder.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -170,6 +171,41 @@ Atom SelfContainedDinf()
     return Atom("dinf", {dref});
 }
 
+Bytes ImageDescription(const ImageDescriptionSpec& spec)
+{
+    ByteWriter w;
+    w.U32(spec.size.value_or(static_cast<std::uint32_t>(86 + spec.extensions.size())))
+        .Code(spec.format.c_str())
+        .Zeros(6)
+        .U16(1)
+        .U16(0)
+        .U16(0)
+        .Code(spec.vendor.c_str())
+        .U32(spec.temporalQuality)
+        .U32(spec.spatialQuality)
+        .U16(spec.width)
+        .U16(spec.height)
+        .U32(spec.horizontalResolution)
+        .U32(spec.verticalResolution)
+        .U32(spec.dataSize)
+        .U16(spec.frameCount);
+    Bytes name(32, 0);
+    name[0] = spec.nameLength.value_or(static_cast<std::uint8_t>(spec.name.size()));
+    std::copy_n(spec.name.begin(), std::min<std::size_t>(spec.name.size(), 31), name.begin() + 1);
+    w.Raw(name).U16(spec.depth).U16(spec.colorTableId).Raw(spec.extensions);
+    return w.Take();
+}
+
+Atom Sdtp(const Bytes& flags) { return Atom("sdtp", ByteWriter().U32(0).Raw(flags)); }
+
+Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries)
+{
+    ByteWriter w;
+    w.U32(0).U32(static_cast<std::uint32_t>(entries.size()));
+    for (const auto& e : entries) w.U32(e.first).U32(static_cast<std::uint32_t>(e.second));
+    return Atom("ctts", w.Take());
+}
+
 Atom BuildTrak(const TrackSpec& spec)
 {
     std::vector<Atom> trak;
@@ -190,6 +226,9 @@ Atom BuildTrak(const TrackSpec& spec)
     if (spec.co64) stbl.push_back(Co64(*spec.co64));
     else stbl.push_back(Stco(spec.stco));
     for (const Atom& a : spec.extraStbl) stbl.push_back(a);
+    for (const Atom& replacement : spec.replaceStbl)
+        for (Atom& child : stbl)
+            if (child.type == replacement.type) child = replacement;
 
     Atom mediaHeader = spec.mediaHeader ? *spec.mediaHeader
                        : spec.mediaType == "vide" ? Atom("vmhd", ByteWriter().U32(1).Zeros(8))

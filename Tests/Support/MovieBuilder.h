@@ -72,6 +72,27 @@ Bytes SampleDescription(const char* format, const Bytes& body);
 // `dinf` with one self-contained `alis` reference.
 Atom SelfContainedDinf();
 
+// An image description: the fixed part of 86 bytes, then `extensions`.
+struct ImageDescriptionSpec {
+    std::string format = "avc1";
+    std::string vendor = "appl";
+    std::uint32_t temporalQuality = 0, spatialQuality = 0;
+    std::uint16_t width = 320, height = 240;
+    std::uint32_t horizontalResolution = 0x480000, verticalResolution = 0x480000;
+    std::uint32_t dataSize = 0;
+    std::uint16_t frameCount = 1;
+    std::string name{};                      // written with its length byte
+    std::optional<std::uint8_t> nameLength{}; // replaces the length byte
+    std::uint16_t depth = 24;
+    std::uint16_t colorTableId = 0xffff;
+    Bytes extensions{};                      // extension atoms, as bytes
+    std::optional<std::uint32_t> size{};     // replaces the size field
+};
+Bytes ImageDescription(const ImageDescriptionSpec& spec);
+// `sdtp` with one flag byte per sample; `ctts` with sample count, offset pairs.
+Atom Sdtp(const Bytes& flags);
+Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries);
+
 // A track, described by its parts. Tables default to one sample in one chunk.
 struct TrackSpec {
     std::string mediaType = "vide";
@@ -91,6 +112,7 @@ struct TrackSpec {
     std::optional<std::vector<std::uint64_t>> co64; // replaces `stco` when set
     std::optional<std::vector<std::uint32_t>> stss;
     std::vector<Atom> extraStbl;        // more children of `stbl` (sdtp, ctts, ...)
+    std::vector<Atom> replaceStbl;      // each replaces the built child of `stbl` of its type
     std::vector<Atom> extraTrak;        // children of `trak` behind `mdia` (udta, ...)
     std::vector<Atom> beforeMdia;       // children of `trak` between `tkhd` and `mdia` (tapt, ...)
     std::optional<Atom> dinf;           // replaces the self-contained `dinf`

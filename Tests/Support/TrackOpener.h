@@ -1,0 +1,103 @@
+// Opens a movie, built or from the corpus, and hands out one of its tracks
+// together with the file it came from.
+#pragma once
+
+#include <memory>
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "Inc/IAtomscan.h"
+#include "Inc/IQTMovie.h"
+#include "Src/QTTrack.h"
+#include "Tests/Support/MovieBuilder.h"
+
+namespace testsupport {
+
+struct OpenedTrack {
+    std::unique_ptr<TempFile> file; // null for a corpus movie
+    std::filesystem::path path;
+    Tessel::InterfaceRef<QT::IQTTrack> track;
+
+    QT::String16 Path16() const { return ToString16(path.string()); }
+    // The object behind the interface, for its members outside the interface.
+    QT::QTTrack& Core() const { return static_cast<QT::QTTrack&>(*track); }
+};
+
+inline OpenedTrack OpenTrackAt(const std::filesystem::path& path, std::uint64_t index)
+{
+    OpenedTrack o;
+    o.path = path;
+    Tessel::InterfaceRef<QT::IQTMovie> movie;
+    if (QT::MakeParser()->OpenMovie(ToString16(path.string()), movie) != QT::kResultSuccess)
+        throw std::runtime_error("the movie does not open: " + path.string());
+    o.track = movie->GetIndTrack(index);
+    return o;
+}
+
+// Writes `bytes` to a temporary file and opens track `index` of it.
+inline OpenedTrack OpenTrackOf(const Bytes& bytes, std::uint64_t index = 0)
+{
+    auto file = std::make_unique<TempFile>(bytes);
+    OpenedTrack o = OpenTrackAt(file->Path(), index);
+    o.file = std::move(file);
+    return o;
+}
+
+inline OpenedTrack OpenTrackOf(const TrackSpec& track, std::uint32_t movieTimeScale = 600)
+{
+    MovieSpec movie;
+    movie.timeScale = movieTimeScale;
+    movie.tracks = {track};
+    return OpenTrackOf(BuildMovieFile(movie));
+}
+
+// `ftyp`, then `mdat` with `mdatPayload`, then the movie atom: the payload's
+// first byte stands at kMdatPayloadStart, whatever the movie atom holds.
+constexpr std::uint32_t kMdatPayloadStart = 28;
+inline Bytes BuildMovieFileMediaFirst(const MovieSpec& spec, const Bytes& mdatPayload)
+{
+    return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), Atom("mdat", mdatPayload),
+                   BuildMoov(spec)});
+}
+
+inline std::filesystem::path CorpusPath(const std::string& name) { return TestDataDir() / "corpus" / (name + ".mov"); }
+
+inline std::string ReadCorpusText(const std::string& name, const std::string& suffix)
+{
+    const Bytes b = ReadFile(TestDataDir() / "corpus" / (name + suffix));
+    return std::string(b.begin(), b.end());
+}
+
+// The packets that ffprobe lists for one stream, in file order.
+struct ProbePacket {
+    std::int64_t pts = 0;
+    std::uint64_t size = 0;
+    std::uint64_t pos = 0;
+};
+
+inline std::vector<ProbePacket> ProbePackets(const std::string& name, int streamIndex)
+{
+    const std::string json = ReadCorpusText(name, ".ffprobe.json");
+    static const std::regex packet(
+        R"re(\{\s*"stream_index": (\d+),\s*"pts": (-?\d+),\s*"dts": -?\d+,)re"
+        R"re((?:\s*"duration": \d+,)?\s*"size": "(\d+)",\s*"pos": "(\d+)")re");
+    std::vector<ProbePacket> out;
+    for (auto it = std::sregex_iterator(json.begin(), json.end(), packet); it != std::sregex_iterator(); ++it) {
+        if (std::stoi((*it)[1]) != streamIndex) continue;
+        out.push_back({std::stoll((*it)[2]), std::stoull((*it)[3]), std::stoull((*it)[4])});
+    }
+    return out;
+}
+
+// The first string value of `key` in the ffprobe output.
+inline std::string ProbeTag(const std::string& name, const std::string& key)
+{
+    const std::string json = ReadCorpusText(name, ".ffprobe.json");
+    std::smatch m;
+    if (!std::regex_search(json, m, std::regex("\"" + key + "\": \"([^\"]*)\""))) return {};
+    return m[1];
+}
+
+} // namespace testsupport
