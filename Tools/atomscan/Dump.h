@@ -15,5 +15,12 @@ QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptio
 // The sections, each written as the value of a key the caller has written.
 void WriteMovieSection(JsonWriter& w, QT::IQTMovie& movie);
 void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
+// {"result", "refs": [ExtRef...]} in map order.
+void WriteExternalReferences(JsonWriter& w, bool result, const QT::ExternalReferenceMap& references);
+// Sections of a track by its media kind.
+void WriteVideoSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
+void WriteAudioSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
+void WriteTimecodeSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
+void WriteCaptionSection(JsonWriter& w, QT::IQTTrack& track, QT::FourCC format, const DumpContext& context);
 
 } // namespace atomscan_tool
