@@ -49,6 +49,15 @@ TEST(Info, SummarizesTheSample)
     EXPECT_TRUE(has("  duration      4004 (0:00:04.004)")) << r.out;
     EXPECT_TRUE(has("  tracks        4")) << r.out;
     EXPECT_TRUE(has("  metadata      none")) << r.out;
+    // Codec, size or sound format, frames the edit shows, rate, timecode start, caption format.
+    EXPECT_TRUE(has("  0  vide  yes      avc1   192x108                118  29.97 fps     "
+                    "from 0:00:00.067 for 0:00:04.004, trimmed")) << r.out;
+    EXPECT_TRUE(has("  1  soun  yes      mp4a   48000 Hz, 1 ch                            "
+                    "from 0:00:00.021 for 0:00:04.000, trimmed")) << r.out;
+    EXPECT_TRUE(has("  2  clcp  yes      c608   62 caption records       4                "
+                    "several edits over 0:00:03.000")) << r.out;
+    EXPECT_TRUE(has("  3  tmcd  no       -      start 00:59:58;00        1  29.97 fps DF  "
+                    "from 0:00:00.000 for 0:00:04.004")) << r.out;
     EXPECT_TRUE(has("    \u00a9swr  17 bytes  \"Lavf59.27.100\"")) << r.out;
 }
 

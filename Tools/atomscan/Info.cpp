@@ -61,16 +61,16 @@ void PrintUserData(QT::IQTMovie& movie)
     table.Print(stdout, "    ");
 }
 
-void PrintTracks(QT::IQTMovie& movie)
+void PrintTracks(QT::IQTMovie& movie, const std::string& moviePath)
 {
     const std::uint32_t count = movie.GetTrackCount();
     if (count == 0) return;
     TextTable table({true, false, false, false, false, true, false, false});
-    table.AddRow({"#", "type", "enabled", "codec", "format", "samples", "rate", "edit"});
+    table.AddRow({"#", "type", "enabled", "codec", "format", "frames", "rate", "edit"});
     const std::uint32_t movieTimeScale = movie.GetTimeScale();
     for (std::uint32_t i = 0; i < count; ++i) {
         Tessel::InterfaceRef<QT::IQTTrack> track = movie.GetIndTrack(i);
-        const TrackSummary s = SummarizeTrack(*track, movieTimeScale);
+        const TrackSummary s = SummarizeTrack(*track, movieTimeScale, moviePath);
         table.AddRow({std::to_string(i), s.type, s.enabled, s.codec, s.format, s.samples, s.rate, s.edit});
     }
     std::printf("\n");
@@ -95,7 +95,7 @@ bool PrintSummary(const std::string& path)
     std::printf("  duration      %u (%s)\n", duration, ClockText(duration, timeScale).c_str());
     std::printf("  bounds        %d %d %d %d\n", bounds.left, bounds.top, bounds.right, bounds.bottom);
     std::printf("  tracks        %u\n", movie.GetTrackCount());
-    PrintTracks(movie);
+    PrintTracks(movie, opened.absolutePath);
     PrintMetadata(movie);
     PrintUserData(movie);
     return true;

@@ -3,6 +3,9 @@
 #include <cstdio>
 #include <string_view>
 
+#include <vector>
+
+#include "MovieFile.h"
 #include "Text.h"
 
 namespace atomscan_tool {
@@ -45,25 +48,93 @@ namespace {
 
 std::string EditText(QT::IQTTrack& track, std::uint32_t movieTimeScale)
 {
+    if (!track.HasSimpleEditList(false))
+        return "several edits over " + ClockText(track.GetTrackDuration(), movieTimeScale);
     const std::string length = ClockText(track.GetEditDuration(), movieTimeScale);
-    if (!track.HasSimpleEditList(false)) return "several edits, " + length;
     std::string text = "from " + ClockText(track.GetEditMediaTime(), track.GetMediaTimeScale()) + " for " + length;
     if (!track.HasSimpleEditList(true)) text += ", rate not 1";
     if (track.IsTrackTrimmed()) text += ", trimmed";
     return text;
 }
 
-// Samples a second over the edit.
-std::string EditRate(QT::IQTTrack& track, std::uint32_t movieTimeScale)
+// Frames a second of a video track: frames over the media's length.
+std::string VideoRate(QT::IQTTrack& track)
 {
-    const std::uint32_t length = track.GetEditDuration();
-    if (length == 0 || movieTimeScale == 0) return "";
-    return FormatNumber(double(track.GetEditSampleCount()) * movieTimeScale / length) + " fps";
+    std::vector<QT::VideoSampleRecord> media;
+    if (track.MakeFullVideoSampleTable(false, true, media) != QT::kResultSuccess || media.empty()) return "";
+    std::uint64_t length = 0;
+    for (const QT::VideoSampleRecord& r : media) length += r.mDuration;
+    if (length == 0) return "";
+    return FormatNumber(double(media.size()) * track.GetMediaTimeScale() / double(length)) + " fps";
+}
+
+void SummarizeVideo(QT::IQTTrack& track, TrackSummary& s)
+{
+    if (track.GetSampleDescriptionCount() >= 1) {
+        s.codec = FourCCText(track.GetVideoMediaCompressionFourCC(0));
+        s.format = std::to_string(track.GetVideoMediaWidth(0)) + "x" + std::to_string(track.GetVideoMediaHeight(0));
+        std::uint32_t h = 0, v = 0;
+        if (track.GetVideoMediaPixelAspect(0, h, v) == QT::kResultSuccess && h != v)
+            s.format += ", pixel aspect " + std::to_string(h) + ":" + std::to_string(v);
+    }
+    // The frames that the edit shows; none when the edit cannot be applied.
+    std::vector<QT::VideoSampleRecord> shown;
+    s.samples = track.MakeFullVideoSampleTable(false, false, shown) == QT::kResultSuccess
+                    ? std::to_string(shown.size())
+                    : std::string();
+    s.rate = VideoRate(track);
+}
+
+void SummarizeAudio(QT::IQTTrack& track, TrackSummary& s)
+{
+    s.samples.clear();
+    if (track.GetSampleDescriptionCount() < 1) return;
+    s.codec = FourCCText(track.GetAudioMediaRawDataFormat(0));
+    s.format = std::to_string(track.GetAudioMediaSampleRate(0)) + " Hz, " +
+               std::to_string(track.GetAudioMediaNumChannels(0)) + " ch";
+    if (!track.IsAudioMediaUncompressed(0)) return;
+    s.format += ", " + std::to_string(track.GetAudioMediaBitsPerSample(0)) + "-bit " +
+                FourCCText(track.GetAudioMediaDataFormat(0));
+    // Frames of sound in the edit, from the ranges of the file that hold them.
+    QT::AudioSampleRangeMap ranges;
+    if (track.MakeAudioSampleRangeMap(ranges, false) != QT::kResultSuccess) return;
+    std::uint64_t frames = 0;
+    for (const auto& entry : ranges) frames += entry.second.mSampleCount;
+    s.samples = std::to_string(frames);
+}
+
+void SummarizeTimecode(QT::IQTTrack& track, const std::string& moviePath, TrackSummary& s)
+{
+    if (track.GetSampleDescriptionCount() < 1) return;
+    QT::TimecodeInfo info;
+    QT::String16 name;
+    if (track.GetTimecodeMediaInfo(info, name) != 0) return;
+    if (info.mTicksPerFrame != 0)
+        s.rate = FormatNumber(double(info.mTimeScale) / info.mTicksPerFrame) + " fps" + (info.mDropFrame ? " DF" : "");
+    std::uint64_t offset = 0;
+    std::uint32_t size = 0;
+    if (track.GetTimecodeMediaSampleLocation(offset, size) != 0 || size > 64) return;
+    const auto bytes = ReadFileRange(moviePath, offset, size);
+    if (!bytes) return;
+    std::int64_t frame = 0;
+    if (track.GetTimecodeFrameValue(Pelt::BinaryData(bytes->empty() ? nullptr : bytes->data(), bytes->size()), info,
+                                    frame) != 0)
+        return;
+    if (auto text = TimecodeText(frame, info.mNumberOfFrames, info.mDropFrame)) s.format = "start " + *text;
+    if (!name.empty()) s.format += ", source " + ToUtf8(name);
+}
+
+void SummarizeCaption(QT::IQTTrack& track, QT::FourCC format, const std::string& moviePath, TrackSummary& s)
+{
+    s.codec = FourCCText(format);
+    QT::CaptionSampleMap captions;
+    if (track.MakeCaptionSampleTable(ToString16(moviePath), captions, false) == QT::kResultSuccess)
+        s.format = std::to_string(captions.size()) + " caption records";
 }
 
 } // namespace
 
-TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale)
+TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, const std::string& moviePath)
 {
     TrackSummary s;
     const QT::FourCC mediaType = track.GetTrackMediaType();
@@ -72,11 +143,12 @@ TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale)
     s.codec = "-";
     s.samples = std::to_string(track.GetEditSampleCount());
     s.edit = EditText(track, movieTimeScale);
-    if (mediaType == QT::kVideoMediaType) {
-        QT::QTRect rect;
-        track.GetTrackDimensions(rect);
-        s.format = std::to_string(rect.right - rect.left) + "x" + std::to_string(rect.bottom - rect.top);
-        s.rate = EditRate(track, movieTimeScale);
+    if (mediaType == QT::kVideoMediaType) SummarizeVideo(track, s);
+    else if (mediaType == QT::kAudioMediaType) SummarizeAudio(track, s);
+    else if (mediaType == QT::kTimecodeMediaType) SummarizeTimecode(track, moviePath, s);
+    if (track.GetSampleDescriptionCount() >= 1) {
+        const QT::FourCC captionFormat = track.GetCaptionMediaFormat(0);
+        if (captionFormat != QT::kUnknownMediaType) SummarizeCaption(track, captionFormat, moviePath, s);
     }
     return s;
 }

@@ -13,13 +13,14 @@ struct TrackSummary {
     std::string type;     // media type
     std::string enabled;  // yes / no
     std::string codec;    // the description's format code
-    std::string format;   // size, or rate/channels/format, or timecode start, or caption format
-    std::string samples;  // samples the edit covers
+    std::string format;   // size, or rate/channels/format, or timecode start, or caption data
+    std::string samples;  // frames (sound: sample frames) the edit shows
     std::string rate;     // frames a second
     std::string edit;     // where the edit starts in the media and how long it lasts
 };
 
-TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale);
+// `moviePath`: the movie's file, for the two places where a host reads it.
+TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, const std::string& moviePath);
 
 // A number with at most two decimals and no trailing zeros.
 std::string FormatNumber(double value);
