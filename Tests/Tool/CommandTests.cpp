@@ -61,6 +61,42 @@ TEST(Info, SummarizesTheSample)
     EXPECT_TRUE(has("    \u00a9swr  17 bytes  \"Lavf59.27.100\"")) << r.out;
 }
 
+// A row of the track table holds these cells, in this order.
+struct RowCase {
+    const char* movie;
+    std::size_t track;
+    std::vector<std::string> cells;
+};
+
+class InfoRows : public ::testing::TestWithParam<RowCase> {};
+
+TEST_P(InfoRows, ShowTheTrack)
+{
+    const RowCase& c = GetParam();
+    const ToolResult r = RunTool({"info", CorpusMovie(c.movie).string()});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    const std::string prefix = "  " + std::to_string(c.track) + "  ";
+    const std::vector<std::string> lines = Lines(r.out);
+    const auto row = std::find_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; });
+    ASSERT_NE(row, lines.end()) << r.out;
+    std::size_t at = 0;
+    for (const std::string& cell : c.cells) {
+        const std::size_t found = row->find("  " + cell, at);
+        ASSERT_NE(found, std::string::npos) << cell << " in " << *row;
+        at = found + cell.size();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Corpus, InfoRows,
+    ::testing::Values(RowCase{"pcm_s16le_7_1_48k", 0, {"soun", "yes", "sowt", "48000 Hz, 8 ch, 16-bit 16le", "9600"}},
+                      RowCase{"many_tracks", 4, {"soun", "no", "in24", "48000 Hz, 1 ch, 24-bit 42ni", "48000"}},
+                      RowCase{"h264_pasp_16x11", 0, {"vide", "avc1", "176x144, pixel aspect 16:11", "8", "25 fps"}},
+                      RowCase{"tc_25fps", 1, {"tmcd", "no", "start 01:00:00:00", "1", "25 fps"}},
+                      RowCase{"chapters_text", 2, {"text", "no", "-"}},
+                      RowCase{"edit_output_ts_offset", 0, {"vide", "avc1", "128x96", "25 fps", "several edits"}}),
+    [](const auto& info) { return std::string(info.param.movie); });
+
 TEST(Info, AlignsTheTrackColumns)
 {
     const ToolResult r = RunTool({"info", CorpusMovie(kSample).string()});
@@ -163,6 +199,29 @@ TEST(Dump, FileThatIsNoMovie)
     EXPECT_EQ(info.exitCode, 1);
     EXPECT_EQ(info.out, "");
     ExpectOneErrorLine(info);
+}
+
+TEST(Dump, NoTablesKeepsTheKeysAsNull)
+{
+    const std::string path = CorpusMovie(kSample).string();
+    nlohmann::json full = ParseOut(RunTool({"dump", path}));
+    const ToolResult brief = RunTool({"dump", "--no-tables", path});
+    ASSERT_EQ(brief.exitCode, 0);
+    const struct {
+        std::size_t track;
+        const char* section;
+        std::vector<const char*> tables;
+    } kTables[] = {{0, "video", {"sampleTable", "mediaSampleTable", "temporalReferences"}},
+                   {1, "audio", {"rangesByPosition", "rangesByOffset"}},
+                   {2, "caption", {"byTime", "byOffset"}}};
+    for (const auto& t : kTables) {
+        for (const char* table : t.tables) {
+            nlohmann::json& value = full["tracks"][t.track][t.section][table];
+            ASSERT_TRUE(full["tracks"][t.track][t.section].contains(table)) << table;
+            value = nullptr;
+        }
+    }
+    EXPECT_EQ(ParseOut(brief), full);
 }
 
 // Key/value metadata: the keys come back in map order, each value in the form of its kind.
