@@ -1,10 +1,13 @@
 #include "Src/ExternalReferences.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include <boost/make_shared.hpp>
 #include <boost/thread/lock_guard.hpp>
 
+#include "Inc/ExternalReferences.h"
+#include "Inc/IQTMovie.h"
 #include "vellum/VolumeServices.h"
 
 namespace QT {
@@ -145,6 +148,129 @@ CountedPtr<LogicalDriveTable> GetLogicalDriveTable()
         }
     }
     return gLogicalDriveTable;
+}
+
+bool IsLogicalDriveTableMade() { return gLogicalDriveTableSet.load(std::memory_order_acquire); }
+
+void GetExternalReferences(Tessel::InterfaceRef<IQTMovie>& movie, TrackReferenceMap& videoReferences,
+                           TrackReferenceMap& audioReferences, TrackReferenceMap& timecodeReferences)
+{
+    const std::uint32_t count = movie->GetTrackCount();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Tessel::InterfaceRef<IQTTrack> track = movie->GetIndTrack(i);
+        // A disabled timecode track still counts; disabled video and sound don't.
+        const bool enabled = track->IsTrackEnabled();
+        const FourCC type = track->GetTrackMediaType();
+        if (!enabled && type != kTimecodeMediaType) continue;
+        String16 path;
+        if (!track->GetSingleExternalReferencePath(&path)) continue;
+        switch (type) {
+        case kVideoMediaType: videoReferences[i] = path; break;
+        case kAudioMediaType: audioReferences[i] = path; break;
+        case kTimecodeMediaType: timecodeReferences[i] = path; break;
+        default: break;
+        }
+    }
+}
+
+bool GetAllExternalReferences(Tessel::InterfaceRef<IQTMovie>& movie, ExternalReferenceMap& references)
+{
+    const std::uint32_t count = movie->GetTrackCount();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Tessel::InterfaceRef<IQTTrack> track = movie->GetIndTrack(i);
+        if (!track->IsTrackEnabled() && track->GetTrackMediaType() != kTimecodeMediaType) continue;
+        if (!track->GetTrackExternalReferences(references)) return false;
+    }
+    return true;
+}
+
+namespace {
+
+using Tessel::PathUtils::AddTrailingSlash;
+using Tessel::PathUtils::ExistsOnDisk;
+using Tessel::PathUtils::GetFullFilePart;
+
+// Stored paths separate their parts by "/"; this turns them into the
+// separator of the local file system. On this platform both are "/", so the
+// conversion changes nothing; it stays to keep the lookups' form.
+void ToNativeSeparators(String16& path)
+{
+    std::replace(path.begin(), path.end(), GetSeparators().slash[0], Tessel::PathUtils::kSeparator);
+}
+
+// Erases `count` units at every place where `pattern` begins, left to right,
+// looking again at the same place after each erasure. That finds what a search
+// from the head after each erasure finds, since an erasure creates no match
+// before its place.
+void EraseAtEach(String16& path, const char16_t* pattern, std::size_t skip, std::size_t count)
+{
+    for (std::size_t pos = path.find(pattern); pos != String16::npos; pos = path.find(pattern, pos))
+        path.erase(pos + skip, count);
+}
+
+enum class StoredPathResult { kFound, kTryNearMovie, kNotFound };
+
+// Looks for the file at its stored path `s`, relative to `base` if it is
+// relative. A relative path that isn't there fails the reference outright.
+StoredPathResult LookUpStoredPath(const String16& base, String16 s)
+{
+    const char16_t slash = GetSeparators().slash[0];
+    if (s.size() >= 2 && s[0] == slash && s[1] == slash) {
+        // A network path, tried once as it is.
+        ToNativeSeparators(s);
+        return ExistsOnDisk(s) ? StoredPathResult::kFound : StoredPathResult::kTryNearMovie;
+    }
+    if (s[0] != slash) return ExistsOnDisk(base + s) ? StoredPathResult::kFound : StoredPathResult::kNotFound;
+
+    // A volume path: "/volume/rest". "/./" becomes "/", "//" becomes "/".
+    EraseAtEach(s, u"/./", 1, 2);
+    EraseAtEach(s, u"//", 0, 1);
+    const std::size_t k = s.find(slash, 1);
+    if (k == String16::npos) return StoredPathResult::kTryNearMovie;
+    const String16 volume = s.substr(1, k - 1);
+    String16 rest = s.substr(k + 1);
+
+    // The table is made here, at the first reference that needs it; floppy
+    // drives are always allowed.
+    const String16 root = GetLogicalDriveTable()->FindDriveRoot(volume, true);
+    if (root.empty()) return StoredPathResult::kTryNearMovie;
+    ToNativeSeparators(rest);
+    return ExistsOnDisk(root + rest) ? StoredPathResult::kFound : StoredPathResult::kTryNearMovie;
+}
+
+// Looks for the file near the movie: the bare file name, then the stored
+// directory below the movie's directory, then the movie's directory, each by
+// the file name and then by the file part of the stored path. The movie
+// itself is no answer.
+bool LookUpNearMovie(const String16& moviePath, const String16& base, const ExtRefData& reference)
+{
+    String16 candidate = reference.fileName;
+    const String16& directory = reference.directoryName;
+    const String16& fullPath = reference.fullPath;
+    if (!ExistsOnDisk(candidate) && !candidate.empty() && !directory.empty())
+        candidate = base + AddTrailingSlash(directory) + GetFullFilePart(candidate);
+    if (!ExistsOnDisk(candidate) && !candidate.empty()) candidate = base + GetFullFilePart(candidate);
+    if (!ExistsOnDisk(candidate) && !fullPath.empty() && !directory.empty())
+        candidate = base + AddTrailingSlash(directory) + GetFullFilePart(fullPath);
+    if (!ExistsOnDisk(candidate) && !fullPath.empty()) candidate = base + GetFullFilePart(fullPath);
+    return ExistsOnDisk(candidate) && candidate != moviePath;
+}
+
+} // namespace
+
+bool ValidateExternalReferences(const String16& moviePath, const ExternalReferenceMap& references)
+{
+    const String16 base = Tessel::PathUtils::GetFullDirectoryPart(moviePath);
+    for (const auto& entry : references) {
+        const ExtRefData& reference = entry.second;
+        if (!reference.fullPath.empty()) {
+            const StoredPathResult stored = LookUpStoredPath(base, reference.fullPath);
+            if (stored == StoredPathResult::kFound) continue;
+            if (stored == StoredPathResult::kNotFound) return false;
+        }
+        if (!LookUpNearMovie(moviePath, base, reference)) return false;
+    }
+    return true;
 }
 
 } // namespace QT

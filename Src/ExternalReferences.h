@@ -1,5 +1,6 @@
 // External references: the logical drive table, which turns the volume part
-// of a stored path into a root on this machine.
+// of a stored path into a root on this machine. Listing and validating the
+// references themselves is declared in Inc/ExternalReferences.h.
 #pragma once
 
 #include <vector>
@@ -52,5 +53,8 @@ private:
 
 // The process's table, made at the first call.
 CountedPtr<LogicalDriveTable> GetLogicalDriveTable();
+
+// Whether GetLogicalDriveTable has made the process's table yet.
+bool IsLogicalDriveTableMade();
 
 } // namespace QT

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Inc/ExternalReferences.h"
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
 #include "Inc/IQTMovieFixer.h"
@@ -46,6 +47,9 @@ TEST(SharedLibrary, ExportsOnlyTheEntryPoints)
     ASSERT_FALSE(exported.empty());
     EXPECT_TRUE(exported.count("QT::MakeParser"));
     EXPECT_TRUE(exported.count("QT::MakeFixer"));
+    EXPECT_TRUE(exported.count("QT::GetExternalReferences"));
+    EXPECT_TRUE(exported.count("QT::GetAllExternalReferences"));
+    EXPECT_TRUE(exported.count("QT::ValidateExternalReferences"));
     for (const std::string& name : exported) EXPECT_TRUE(allowed.count(name)) << "unexpected export: " << name;
 }
 
@@ -58,6 +62,24 @@ TEST(SharedLibrary, OpensTheSampleMovie)
     EXPECT_EQ(movie->GetTimeScale(), 1000u);
     EXPECT_EQ(movie->GetDuration(), 4004u);
     EXPECT_EQ(movie->GetTrackCount(), 4u);
+}
+
+TEST(SharedLibrary, ListsAndValidatesReferences)
+{
+    auto parser = QT::MakeParser();
+    Tessel::InterfaceRef<QT::IQTMovie> movie;
+    const std::string path = std::string(ATOMSCAN_TEST_DATA_DIR) + "/corpus/broadcast_2997_tc_c608_aac.mov";
+    const QT::String16 path16 = vellum::utility::UTF8to16(path, nullptr, nullptr);
+    ASSERT_EQ(parser->OpenMovie(path16, movie), 0u);
+    QT::TrackReferenceMap video, audio, timecode;
+    QT::GetExternalReferences(movie, video, audio, timecode);
+    EXPECT_TRUE(video.empty() && audio.empty() && timecode.empty());
+    QT::ExternalReferenceMap references;
+    EXPECT_TRUE(QT::GetAllExternalReferences(movie, references));
+    EXPECT_TRUE(references.empty());
+    // The movie itself, found beside itself by name, doesn't count.
+    references.emplace(u"movie", QT::ExtRefData{path16.substr(path16.rfind(u'/') + 1), u"", u"/Gone/movie"});
+    EXPECT_FALSE(QT::ValidateExternalReferences(path16, references));
 }
 
 std::string Contents(const std::filesystem::path& path)
