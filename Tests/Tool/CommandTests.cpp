@@ -160,6 +160,8 @@ INSTANTIATE_TEST_SUITE_P(Arguments, UsageErrors,
                                            UsageCase{"DumpUnknownOption", {"dump", "--bogus", "a.mov"}},
                                            UsageCase{"InfoWithoutPath", {"info"}},
                                            UsageCase{"InfoUnknownOption", {"info", "-x", "a.mov"}},
+                                           UsageCase{"RefsWithoutPath", {"refs"}},
+                                           UsageCase{"RefsTwoPaths", {"refs", "a.mov", "b.mov"}},
                                            UsageCase{"FixWithoutPath", {"fix", "--dry-run"}},
                                            UsageCase{"FixUnknownOption", {"fix", "--force", "a.mov"}}),
                          [](const auto& info) { return std::string(info.param.name); });
@@ -167,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(Arguments, UsageErrors,
 TEST(Help, ForTheToolAndEachCommand)
 {
     for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}, {"fix", "--help"}}) {
+         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}, {"refs", "--help"}, {"fix", "--help"}}) {
         const ToolResult r = RunTool(args);
         EXPECT_EQ(r.exitCode, 0) << args[0];
         EXPECT_NE(r.out.find("Usage: atomscan"), std::string::npos) << r.out;

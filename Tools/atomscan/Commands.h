@@ -18,6 +18,8 @@ constexpr int kExitUsage = 2;
 int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions& options);
 // The dump of one movie. 1 when it did not open.
 int RunDump(const std::string& path, const DumpOptions& options);
+// The files the movie references, found or missing. 1 when one is missing.
+int RunRefs(const std::string& path);
 // Mends damaged chunk offsets, or with `dryRun` shows on a temporary copy
 // what would change. 1 when the movie does not open or cannot be written.
 int RunFix(const std::string& path, bool dryRun);

@@ -32,7 +32,8 @@ void WriteTracks(JsonWriter& w, QT::IQTMovie& movie, const DumpContext& context)
 
 QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options)
 {
-    const OpenedMovie opened = OpenMovieFile(path);
+    OpenedMovie opened = OpenMovieFile(path);
+    Tessel::InterfaceRef<QT::IQTMovie>& movie = opened.movie;
     const DumpContext context{options, opened.absolutePath, ToString16(opened.absolutePath)};
     w.BeginObject();
     w.Key("path");
@@ -50,7 +51,8 @@ QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptio
         w.EndArray();
     }
     w.Key("references");
-    w.Null();
+    if (opened.movie) WriteReferencesSection(w, movie, context);
+    else w.Null();
     w.EndObject();
     return opened.code;
 }

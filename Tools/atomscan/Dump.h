@@ -17,6 +17,7 @@ void WriteMovieSection(JsonWriter& w, QT::IQTMovie& movie);
 void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
 // {"result", "refs": [ExtRef...]} in map order.
 void WriteExternalReferences(JsonWriter& w, bool result, const QT::ExternalReferenceMap& references);
+void WriteReferencesSection(JsonWriter& w, Tessel::InterfaceRef<QT::IQTMovie>& movie, const DumpContext& context);
 // Sections of a track by its media kind.
 void WriteVideoSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
 void WriteAudioSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);

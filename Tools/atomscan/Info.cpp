@@ -11,6 +11,7 @@
 #include "InfoTrack.h"
 #include "MetadataKeys.h"
 #include "MovieFile.h"
+#include "References.h"
 #include "TextTable.h"
 
 namespace atomscan_tool {
@@ -61,6 +62,20 @@ void PrintUserData(QT::IQTMovie& movie)
     table.Print(stdout, "    ");
 }
 
+void PrintReferences(Tessel::InterfaceRef<QT::IQTMovie>& movie, const std::string& absolutePath)
+{
+    const ReferenceReport report = CheckReferences(movie, absolutePath);
+    if (report.references.empty() && report.readable) {
+        std::printf("  references    none\n");
+        return;
+    }
+    std::printf("  references%s\n", report.readable ? "" : "    (a track's references could not all be read)");
+    TextTable table({false, false});
+    for (const ReferenceStatus& r : report.references)
+        table.AddRow({r.found ? "found" : "missing", ToUtf8(r.reference.fullPath)});
+    table.Print(stdout, "    ");
+}
+
 void PrintTracks(QT::IQTMovie& movie, const std::string& moviePath)
 {
     const std::uint32_t count = movie.GetTrackCount();
@@ -80,7 +95,7 @@ void PrintTracks(QT::IQTMovie& movie, const std::string& moviePath)
 
 bool PrintSummary(const std::string& path)
 {
-    const OpenedMovie opened = OpenMovieFile(path);
+    OpenedMovie opened = OpenMovieFile(path);
     if (!opened.movie) {
         ReportError(path + ": " + OpenFailureText(opened.code));
         return false;
@@ -98,6 +113,7 @@ bool PrintSummary(const std::string& path)
     PrintTracks(movie, opened.absolutePath);
     PrintMetadata(movie);
     PrintUserData(movie);
+    PrintReferences(opened.movie, opened.absolutePath);
     return true;
 }
 

@@ -36,6 +36,14 @@ int main(int argc, char** argv)
     dump->footer("Exit status: 0 when the movie opened, 1 when it did not (the JSON has \"movie\": null), "
                  "2 for a usage error.");
 
+    std::string refsPath;
+    CLI::App* refs = app.add_subcommand("refs", "The files a reference movie uses, found or missing");
+    refs->add_option("MOVIE", refsPath, "Movie file")->required();
+    refs->footer("Prints one line for each external file: \"found\" or \"missing\", then its path. A "
+                 "self-contained movie prints nothing.\n"
+                 "Exit status: 0 when every file is found, 1 when one is missing, the references cannot be "
+                 "read or the movie does not open.");
+
     std::string fixPath;
     bool fixDryRun = false;
     CLI::App* fix = app.add_subcommand("fix", "Mend chunk offsets whose high-order bytes are damaged, in place");
@@ -57,6 +65,7 @@ int main(int argc, char** argv)
     try {
         if (*info) return RunInfo(infoPaths, infoJson, DumpOptions{!infoNoTables});
         if (*dump) return RunDump(dumpPath, DumpOptions{!dumpNoTables});
+        if (*refs) return RunRefs(refsPath);
         if (*fix) return RunFix(fixPath, fixDryRun);
     } catch (const std::exception& e) {
         ReportError(e.what());
