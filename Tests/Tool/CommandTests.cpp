@@ -77,7 +77,8 @@ TEST_P(InfoRows, ShowTheTrack)
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const std::string prefix = "  " + std::to_string(c.track) + "  ";
     const std::vector<std::string> lines = Lines(r.out);
-    const auto row = std::find_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; });
+    const auto row =
+        std::find_if(lines.begin(), lines.end(), [&](const std::string& l) { return l.rfind(prefix, 0) == 0; });
     ASSERT_NE(row, lines.end()) << r.out;
     std::size_t at = 0;
     for (const std::string& cell : c.cells) {
@@ -169,7 +170,8 @@ INSTANTIATE_TEST_SUITE_P(Arguments, UsageErrors,
 TEST(Help, ForTheToolAndEachCommand)
 {
     for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}, {"refs", "--help"}, {"fix", "--help"}}) {
+         {std::vector<std::string>{"--help"}, {"info", "--help"}, {"dump", "--help"}, {"refs", "--help"},
+          {"fix", "--help"}}) {
         const ToolResult r = RunTool(args);
         EXPECT_EQ(r.exitCode, 0) << args[0];
         EXPECT_NE(r.out.find("Usage: atomscan"), std::string::npos) << r.out;

@@ -95,8 +95,8 @@ void CheckPcmRanges(const nlohmann::json& track, std::uint64_t movieTimeScale,
     const nlohmann::json& audio = track.at("audio");
     if (audio.at("rangesByOffset").at("code") == "0xa0800005") return;
     // Packet times count from the edit's start; the edit's length in media units.
-    const std::uint64_t editLength =
-        track.at("editDuration").get<std::uint64_t>() * track.at("mediaTimeScale").get<std::uint64_t>() / movieTimeScale;
+    const std::uint64_t editLength = track.at("editDuration").get<std::uint64_t>() *
+                                     track.at("mediaTimeScale").get<std::uint64_t>() / movieTimeScale;
     const nlohmann::json& description = audio.at("descriptions").at(0);
     const std::uint64_t bytesPerFrame =
         description.at("bitsPerSample").get<std::uint64_t>() / 8 * description.at("numChannels").get<std::uint64_t>();
@@ -174,7 +174,8 @@ TEST_P(DumpCorpus, MatchesTheIndependentParser)
             EXPECT_EQ(description["rawDataFormat"], tag);
             EXPECT_EQ(std::to_string(description["sampleRate"].get<std::uint32_t>()), stream["sample_rate"]);
             EXPECT_EQ(description["numChannels"], stream["channels"]);
-            if (description["uncompressed"].get<bool>() && !fragmented) CheckPcmRanges(track, dump["movie"]["timeScale"], packets);
+            if (description["uncompressed"].get<bool>() && !fragmented)
+                CheckPcmRanges(track, dump["movie"]["timeScale"], packets);
         }
         if (track.contains("caption")) {
             EXPECT_EQ(track["caption"]["format"], tag);

@@ -40,19 +40,19 @@ QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptio
     w.String(Bytes8Text(path));
     w.Key("open");
     w.String(CodeText(opened.code));
-    w.Key("movie");
-    if (opened.movie) WriteMovieSection(w, *opened.movie);
-    else w.Null();
-    if (opened.movie) {
-        WriteTracks(w, *opened.movie, context);
+    if (movie) {
+        w.Key("movie");
+        WriteMovieSection(w, *movie);
+        WriteTracks(w, *movie, context);
+        w.Key("references");
+        WriteReferencesSection(w, movie, context);
     } else {
+        NullField(w, "movie");
         w.Key("tracks");
         w.BeginArray();
         w.EndArray();
+        NullField(w, "references");
     }
-    w.Key("references");
-    if (opened.movie) WriteReferencesSection(w, movie, context);
-    else w.Null();
     w.EndObject();
     return opened.code;
 }

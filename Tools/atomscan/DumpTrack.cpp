@@ -119,10 +119,12 @@ void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& co
     Field(w, "rightAngle", [&] { return track.IsTrackMatrixRightAngle(); });
     Field(w, "rotation", [&] { return track.GetTrackMatrixRotation(); });
     w.EndObject();
-    ApertureField(w, "productionAperture",
-                  [&](float& width, float& height) { return track.GetTrackProductionApertureDimensions(width, height); });
-    ApertureField(w, "encodedPixels",
-                  [&](float& width, float& height) { return track.GetTrackEncodedPixelsDimensions(width, height); });
+    ApertureField(w, "productionAperture", [&](float& width, float& height) {
+        return track.GetTrackProductionApertureDimensions(width, height);
+    });
+    ApertureField(w, "encodedPixels", [&](float& width, float& height) {
+        return track.GetTrackEncodedPixelsDimensions(width, height);
+    });
     WriteDataReference(w, track);
 
     // Each section only where its operations are allowed.

@@ -192,7 +192,9 @@ void WriteVideoSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& co
     if (tables && temporal) {
         TableField<std::vector<QT::VideoTemporalReference>>(
             w, "temporalReferences", "records",
-            [&](std::vector<QT::VideoTemporalReference>& table) { return track.MakeVideoTemporalReferenceTable(table); },
+            [&](std::vector<QT::VideoTemporalReference>& table) {
+                return track.MakeVideoTemporalReferenceTable(table);
+            },
             [&](const std::vector<QT::VideoTemporalReference>& table) {
                 for (const QT::VideoTemporalReference& r : table) {
                     Row(w, [&] {

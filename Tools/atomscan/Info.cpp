@@ -20,8 +20,8 @@ namespace {
 
 struct MetadataText : boost::static_visitor<std::string> {
     std::string operator()(const Pelt::BinaryData& v) const { return BytesPreview(v.Data(), v.Size()); }
-    std::string operator()(const std::string& v) const { return "\"" + Bytes8Text(v) + "\""; }
-    std::string operator()(const QT::String16& v) const { return "\"" + ToUtf8(v) + "\""; }
+    std::string operator()(const std::string& v) const { return QuotedText(Bytes8Text(v)); }
+    std::string operator()(const QT::String16& v) const { return QuotedText(ToUtf8(v)); }
     std::string operator()(std::int32_t v) const { return std::to_string(v); }
     std::string operator()(std::uint32_t v) const { return std::to_string(v); }
     std::string operator()(float v) const { return FormatNumber(v); }

@@ -22,6 +22,13 @@ std::string FormatNumber(double value)
     return s;
 }
 
+std::string QuotedText(const std::string& utf8)
+{
+    std::string text = "\"";
+    for (const char c : utf8) text.push_back(static_cast<unsigned char>(c) < 0x20 || c == 0x7f ? '.' : c);
+    return text + "\"";
+}
+
 std::string BytesPreview(const std::uint8_t* data, std::size_t size)
 {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);

@@ -24,6 +24,8 @@ TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, c
 
 // A number with at most two decimals and no trailing zeros.
 std::string FormatNumber(double value);
+// UTF-8 text in quotes, control characters shown as dots.
+std::string QuotedText(const std::string& utf8);
 // Printable text in quotes, else the first bytes in hex.
 std::string BytesPreview(const std::uint8_t* data, std::size_t size);
 // A user data item: the text of a classic item (length, language, text), else a preview.

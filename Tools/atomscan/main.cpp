@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 
 #include "Commands.h"
-#include "Text.h"
 
 using namespace atomscan_tool;
 
@@ -69,6 +68,9 @@ int main(int argc, char** argv)
         if (*fix) return RunFix(fixPath, fixDryRun);
     } catch (const std::exception& e) {
         ReportError(e.what());
+        return kExitFailed;
+    } catch (...) {
+        ReportError("an unexpected failure");
         return kExitFailed;
     }
     return kExitUsage;
