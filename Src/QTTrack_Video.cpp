@@ -466,8 +466,13 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     StscCursor stsc(reader, item.mStsc, chunkCount);
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
     // as many chunks as samples. The samples per chunk are not looked at.
-    const bool direct = sizes.Constant() != 0 && reader.U32Or(item.mStsc.Field(12)) == 1 &&
-                        stsc.EntryCount() == 1 && chunkCount == sampleCount;
+    const bool oneEntry = reader.U32Or(item.mStsc.Field(12)) == 1 && stsc.EntryCount() == 1;
+    // With sizes of their own, the walk by runs below gives the same places
+    // when the one entry starts at chunk 1 with one sample per chunk and the
+    // chunks reach every sample: sample i is then chunk i, at its start.
+    const bool direct = oneEntry && ((sizes.Constant() != 0 && chunkCount == sampleCount) ||
+                                     (stsc.FirstChunk() == 1 && stsc.SamplesPerChunk() == 1 &&
+                                      chunkCount >= sampleCount));
     // The edit numbers in locals: the stores into the table cannot change them.
     const std::uint32_t editEnd = mEditMediaTime + mEditDuration;
     const std::uint32_t editFirstSample = mEditFirstSample;
