@@ -501,6 +501,7 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     // samples per chunk they were worked out with.
     std::uint32_t runEntry = 0, runPerChunk = 0, runSamplesKnown = 0;
     bool runKnown = false;
+    std::uint64_t baseChunk = std::numeric_limits<std::uint64_t>::max(), chunkBase = 0;
     std::uint32_t mediaTime = 0;
     std::uint32_t outputTime = 0;
     std::uint32_t added = 0;
@@ -564,7 +565,12 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
             // A run that leads past the chunk table places no sample.
             if (chunk >= chunkCount) return kResultNotFound;
             if (inChunk == 0) sizeBeforeInChunk = 0;
-            record.mOffset = chunks.GetEntry(chunk) + sizeBeforeInChunk;
+            // Read once per chunk.
+            if (chunk != baseChunk) {
+                chunkBase = chunks.GetEntry(chunk);
+                baseChunk = chunk;
+            }
+            record.mOffset = chunkBase + sizeBeforeInChunk;
             sizeBeforeInChunk += record.mSize;
         }
 
