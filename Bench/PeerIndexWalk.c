@@ -11,6 +11,12 @@
 #include <stdlib.h>
 #include <time.h>
 
+static int Compare(const void* a, const void* b)
+{
+    const long long x = *(const long long*)a, y = *(const long long*)b;
+    return (x > y) - (x < y);
+}
+
 static long long Now(void)
 {
     struct timespec t;
@@ -49,9 +55,11 @@ int main(int argc, char** argv)
     }
     av_log_set_level(AV_LOG_ERROR);
     const int reps = atoi(argv[1]);
+    long long* times = calloc(reps > 0 ? (size_t)reps : 1, sizeof *times);
+    if (!times) return 1;
     int64_t checksum = 0;
-    for (int f = 2; f < argc; ++f) {
-        long long best = -1, entries = -1;
+    for (int f = 2; f < argc && reps > 0; ++f) {
+        long long entries = -1;
         for (int r = 0; r < reps; ++r) {
             const long long start = Now();
             entries = OpenAndWalk(argv[f], &checksum);
@@ -60,10 +68,12 @@ int main(int argc, char** argv)
                 fprintf(stderr, "cannot open or walk %s\n", argv[f]);
                 return 1;
             }
-            if (best < 0 || ns < best) best = ns;
+            times[r] = ns;
         }
-        printf("%s %lld %lld\n", argv[f], best, entries);
+        qsort(times, (size_t)reps, sizeof *times, Compare);
+        printf("%s %lld %lld %lld\n", argv[f], times[reps / 2], times[0], entries);
     }
+    free(times);
     fprintf(stderr, "checksum %lld\n", (long long)checksum);
     return 0;
 }
