@@ -22,6 +22,7 @@ echo "=== generating the movies"
 
 echo "=== warm runs ($reps repetitions)"
 ATOMSCAN_BENCH_DIR=$movies "$bin/atomscan_bench" --benchmark_min_time=0.2 --benchmark_repetitions="$reps" \
+  --benchmark_enable_random_interleaving=true \
   --benchmark_out="$out/warm.json" --benchmark_out_format=json --benchmark_report_aggregates_only=true
 
 echo "=== peer, warm (same files, $reps runs each)"
@@ -34,7 +35,7 @@ for round in $(seq "$reps"); do
     for op in limit open-table; do
       echo "$movie $op $("$bin/atomscan_bench" first "$op" "$movie" "$movies")" >> "$out/cold.txt"
     done
-    echo "$movie peer $("$bin/peer_index_walk" 1 "$movies/$movie.mov" | awk '{print $2, $5}')" >> "$out/cold.txt"
+    echo "$movie peer $("$bin/peer_index_walk" 1 "$movies/$movie.mov" | awk '{print $2, $4}')" >> "$out/cold.txt"
   done
 done
 
