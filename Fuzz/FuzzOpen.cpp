@@ -88,11 +88,13 @@ void Audio(QT::IQTTrack& t, std::int32_t descriptions)
     }
 }
 
-void Timecode(QT::IQTTrack& t, const QT::String16& path)
+void Timecode(QT::IQTTrack& t, std::int32_t descriptions, const QT::String16& path)
 {
     QT::TimecodeInfo info;
     QT::String16 name;
-    t.GetTimecodeMediaInfo(info, name);
+    // Reads description 0, which a track without descriptions lacks: that
+    // would be the caller's contract failure.
+    if (descriptions > 0) t.GetTimecodeMediaInfo(info, name);
     std::uint64_t value = 0, offset = 0;
     std::uint32_t size = 0;
     t.GetTimecodeHandleValue(value);
@@ -148,7 +150,7 @@ void Track(QT::IQTTrack& t, const QT::String16& path)
 
     if (type == QT::kVideoMediaType) Video(t, descriptions);
     if (type == QT::kAudioMediaType) Audio(t, descriptions);
-    if (type == QT::kTimecodeMediaType) Timecode(t, path);
+    if (type == QT::kTimecodeMediaType) Timecode(t, descriptions, path);
     for (std::int32_t i = -1; i < descriptions; ++i) t.GetCaptionMediaFormat(i);
     t.GetCaptionFrameDuration();
     for (bool byOffset : {false, true}) {
@@ -184,5 +186,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         Track(*track, path);
     }
 
+    QT::TrackReferenceMap video, audio, timecode;
+    QT::GetExternalReferences(movie, video, audio, timecode);
+    QT::ExternalReferenceMap all;
+    if (QT::GetAllExternalReferences(movie, all)) QT::ValidateExternalReferences(path, all);
     return 0;
 }

@@ -169,7 +169,8 @@ class ChunkOffsetHelper {
 public:
     ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader);
     // Contract: entryIdx < mNumEntries. An entry outside the copy reads as 0.
-    std::uint64_t GetEntry(std::uint64_t entryIdx) const;
+    // Defined inline in Src/SampleTableCursors.h, beside the other cursors.
+    inline std::uint64_t GetEntry(std::uint64_t entryIdx) const;
     std::uint32_t NumEntries() const { return mNumEntries; }
     bool IsWide() const { return mIsCo64; }
 

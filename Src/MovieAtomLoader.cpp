@@ -60,6 +60,10 @@ bool MovieAtomLoader::LoadMovieAtom(QTMooVAtom& store, std::uint32_t& outSize, s
         if (static_cast<std::uint64_t>(atom.start) >= mFileSize) return true;
     }
     if (atom.size < kMinMovieAtomSize || atom.size > kMaxMovieAtomSize) return false;
+    // An atom that runs past the end of the file can only come up short: it
+    // is refused before its copy is allocated, so a small file cannot make
+    // an open allocate and fill 128 MiB.
+    if (atom.size > mFileSize - static_cast<std::uint64_t>(atom.start)) return false;
     const auto size = static_cast<std::uint32_t>(atom.size);
     if (!store.ResizeAtomData(size) || store.GetAtomData() == nullptr) return false;
     if (mFile.SetFilePointer(atom.start, Tessel::kFromStart) < 0) return false;

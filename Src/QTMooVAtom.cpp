@@ -6,11 +6,11 @@ namespace QT {
 
 bool QTMooVAtom::ResizeAtomData(std::uint32_t size)
 {
-    try {
-        mAtomData.resize(size);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+    // `new T[n]` without `()` leaves the bytes as the allocator gives them.
+    std::unique_ptr<std::uint8_t[]> data(size != 0 ? new (std::nothrow) std::uint8_t[size] : nullptr);
+    if (size != 0 && !data) return false;
+    mAtomData = std::move(data);
+    mAtomSize = size;
     return true;
 }
 

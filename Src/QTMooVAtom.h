@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -44,16 +45,15 @@ public:
     QTMooVAtom(const QTMooVAtom&) = delete;
     QTMooVAtom& operator=(const QTMooVAtom&) = delete;
 
-    // New bytes are zero. False if the memory cannot be had.
+    // Room for a copy of `size` bytes, left uninitialised: the loader reads
+    // the whole atom into it, so each page is touched once, by the read.
+    // False if the memory cannot be had.
     bool ResizeAtomData(std::uint32_t size);
-    std::uint8_t* GetAtomData() { return mAtomData.empty() ? nullptr : mAtomData.data(); }
-    const std::uint8_t* GetAtomData() const { return mAtomData.empty() ? nullptr : mAtomData.data(); }
-    std::uint64_t GetAtomSize() const { return mAtomData.size(); }
+    std::uint8_t* GetAtomData() { return mAtomSize == 0 ? nullptr : mAtomData.get(); }
+    const std::uint8_t* GetAtomData() const { return mAtomSize == 0 ? nullptr : mAtomData.get(); }
+    std::uint64_t GetAtomSize() const { return mAtomSize; }
     // The checked reader over the copy.
-    AtomReader Reader() const
-    {
-        return AtomReader(GetAtomData(), static_cast<std::uint32_t>(mAtomData.size()));
-    }
+    AtomReader Reader() const { return AtomReader(GetAtomData(), mAtomSize); }
 
     AtomPtr GetMvhd() const { return mMvhd; }
     // Size of the movie's file at the open. It bounds the tables whose sample
@@ -75,7 +75,8 @@ public:
                MetadataMap inMetadata);
 
 private:
-    std::vector<std::uint8_t> mAtomData;
+    std::unique_ptr<std::uint8_t[]> mAtomData;
+    std::uint32_t mAtomSize = 0;
     AtomPtr mMvhd;
     std::vector<TrackItem> mTracks;
     std::vector<UserDataEntry> mUserData;

@@ -404,12 +404,4 @@ ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem, const AtomReade
     mNumEntries = reader.FitCount(table.Field(16), reader.U32Or(table.Field(12)), mIsCo64 ? 8 : 4);
 }
 
-std::uint64_t ChunkOffsetHelper::GetEntry(std::uint64_t entryIdx) const
-{
-    VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
-    const AtomReader reader(mCopy, mCopySize);
-    if (mIsCo64) return reader.U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
-    return reader.U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
-}
-
 } // namespace QT

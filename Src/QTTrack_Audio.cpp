@@ -428,8 +428,10 @@ ResultCode QTTrack::MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool in
                 if (chunkEnd > end) frames = end - std::max(position, start);
                 if (frames != 0) {
                     // An existing key keeps its range; the frames still count.
-                    outMap.emplace(inKeyByFileOffset ? offset : outputPosition,
-                                   AudioSampleRange{frames, outputPosition, offset});
+                    // Keys mostly rise, so the end is the hint: a rising key
+                    // goes in without a search of the tree.
+                    outMap.emplace_hint(outMap.end(), inKeyByFileOffset ? offset : outputPosition,
+                                        AudioSampleRange{frames, outputPosition, offset});
                     outputPosition += frames;
                 }
             }

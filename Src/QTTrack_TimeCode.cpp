@@ -289,7 +289,9 @@ ResultCode QTTrack::MakeCaptionSampleTable(const String16& path, CaptionSampleMa
     CdatCheck check;
     std::optional<FourCC> format; // of the first description, asked at the first sample inside the edit
     auto add = [&](const CaptionSampleRecord& record) {
-        table.emplace(keyByOffset ? record.mOffset : record.mTime, record);
+        // Keys mostly rise: with the end as the hint a rising key goes in
+        // without a search of the tree; an existing key keeps its record.
+        table.emplace_hint(table.end(), keyByOffset ? record.mOffset : record.mTime, record);
     };
 
     const ChunkOffsetHelper chunks(item, reader);

@@ -470,9 +470,17 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     StscCursor stsc(reader, item.mStsc, chunkCount);
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
     // as many chunks as samples. The samples per chunk are not looked at.
-    const bool direct = sizes.Constant() != 0 && reader.U32Or(item.mStsc.Field(12)) == 1 &&
-                        stsc.EntryCount() == 1 && chunkCount == sampleCount;
+    const bool oneEntry = reader.U32Or(item.mStsc.Field(12)) == 1 && stsc.EntryCount() == 1;
+    // With sizes of their own, the walk by runs below gives the same places
+    // when the one entry starts at chunk 1 with one sample per chunk and the
+    // chunks reach every sample: sample i is then chunk i, at its start.
+    const bool direct = oneEntry && ((sizes.Constant() != 0 && chunkCount == sampleCount) ||
+                                     (stsc.FirstChunk() == 1 && stsc.SamplesPerChunk() == 1 &&
+                                      chunkCount >= sampleCount));
+    // The edit numbers in locals: the stores into the table cannot change them.
     const std::uint32_t editEnd = mEditMediaTime + mEditDuration;
+    const std::uint32_t editFirstSample = mEditFirstSample;
+    const std::uint32_t editFirstSampleDuration = mEditFirstSampleDuration;
 
     // Sync samples, numbered from 1; entries beyond the copy are not counted.
     // A present `stss` without entries marks the first sample only.
@@ -485,8 +493,19 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
 
     SttsCursor stts(reader, item.mStts);
     std::uint32_t storedDuration = stts.AtEnd() ? 0 : stts.Duration();
+    std::uint32_t sttsCount = stts.Count(); // of the current entry, read once per entry
     std::uint32_t runFirstSample = 0;
     std::uint32_t sizeBeforeInChunk = 0; // sizes of the samples ahead in the chunk, summed in 32 bits
+    // The previous sample's place in its run: chunk of the run and place in
+    // the chunk, with the samples per chunk they were counted by. The next
+    // sample of the same run moves on by one instead of dividing again.
+    std::uint32_t chunkInRun = 0, inChunk = 0, placedPerChunk = 0;
+    bool placed = false;
+    // Samples of the current run, as last worked out, for the entry and the
+    // samples per chunk they were worked out with.
+    std::uint32_t runEntry = 0, runPerChunk = 0, runSamplesKnown = 0;
+    bool runKnown = false;
+    std::uint64_t baseChunk = std::numeric_limits<std::uint64_t>::max(), chunkBase = 0;
     std::uint32_t mediaTime = 0;
     std::uint32_t outputTime = 0;
     std::uint32_t added = 0;
@@ -505,8 +524,9 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
         record.mSize = sizes.SizeOf(sample);
 
         // A sample past the current `stts` entry moves on by one entry.
-        if (sample - stts.FirstSample() >= stts.Count()) {
+        if (sample - stts.FirstSample() >= sttsCount) {
             stts.Next();
+            sttsCount = stts.Count();
             if (!stts.AtEnd()) storedDuration = stts.Duration();
         }
 
@@ -516,9 +536,16 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
             if (stsc.AtEnd()) return kResultNotFound;
             // Read once for the sample, and kept across a move to the next run.
             const std::uint32_t perChunk = stsc.SamplesPerChunk();
-            for (int moves = 0;; ++moves) {
-                const std::uint32_t runChunks = stsc.RunChunks(std::uint64_t{stsc.FirstChunk()} - 1);
-                const std::uint32_t runSamples = perChunk * runChunks;
+            int moves = 0;
+            for (;; ++moves) {
+                if (!runKnown || runEntry != stsc.Entry() || runPerChunk != perChunk) {
+                    const std::uint32_t runChunks = stsc.RunChunks(std::uint64_t{stsc.FirstChunk()} - 1);
+                    runSamplesKnown = perChunk * runChunks;
+                    runEntry = stsc.Entry();
+                    runPerChunk = perChunk;
+                    runKnown = true;
+                }
+                const std::uint32_t runSamples = runSamplesKnown;
                 if (sample - runFirstSample < runSamples) break;
                 // One move to the next run is allowed for a sample: a run
                 // without samples between two others ends the walk.
@@ -526,22 +553,38 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
                 runFirstSample += runSamples;
                 stsc.Next();
             }
-            const std::uint32_t withinRun = sample - runFirstSample;
-            const std::uint64_t chunk = std::uint64_t{stsc.FirstChunk()} - 1 + withinRun / perChunk;
+            if (placed && moves == 0 && perChunk == placedPerChunk) {
+                if (++inChunk == perChunk) {
+                    inChunk = 0;
+                    ++chunkInRun;
+                }
+            } else {
+                const std::uint32_t withinRun = sample - runFirstSample;
+                chunkInRun = withinRun / perChunk;
+                inChunk = withinRun % perChunk;
+                placedPerChunk = perChunk;
+                placed = true;
+            }
+            const std::uint64_t chunk = std::uint64_t{stsc.FirstChunk()} - 1 + chunkInRun;
             // A run that leads past the chunk table places no sample.
             if (chunk >= chunkCount) return kResultNotFound;
-            if (withinRun % perChunk == 0) sizeBeforeInChunk = 0;
-            record.mOffset = chunks.GetEntry(chunk) + sizeBeforeInChunk;
+            if (inChunk == 0) sizeBeforeInChunk = 0;
+            // Read once per chunk.
+            if (chunk != baseChunk) {
+                chunkBase = chunks.GetEntry(chunk);
+                baseChunk = chunk;
+            }
+            record.mOffset = chunkBase + sizeBeforeInChunk;
             sizeBeforeInChunk += record.mSize;
         }
 
         std::uint32_t duration = storedDuration;
         bool shown = true;
         if (!ignoreEdits) {
-            if (sample < mEditFirstSample || mediaTime >= editEnd) {
+            if (sample < editFirstSample || mediaTime >= editEnd) {
                 shown = false;
-            } else if (mEditFirstSampleDuration != 0 && sample == mEditFirstSample) {
-                duration = mEditFirstSampleDuration;
+            } else if (editFirstSampleDuration != 0 && sample == editFirstSample) {
+                duration = editFirstSampleDuration;
             } else if (std::uint64_t{duration} + mediaTime > editEnd) {
                 duration = editEnd - mediaTime;
             }

@@ -45,3 +45,20 @@ TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
 }
 
 } // namespace
+
+namespace {
+
+TEST(HostileFiles, MovieAtomLargerThanTheFileIsRefusedQuickly)
+{
+    // Found by fuzzing: a movie atom claiming 80 MB in a file of under 1 KB.
+    Bytes bytes = BuildMovieFile(MovieSpec{});
+    bytes[20] = 0x05;
+    bytes[21] = 0x00;
+    bytes[22] = 0x05;
+    bytes[23] = 0x1f;
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(OpenBytes(bytes).code, QT::kResultNotAMovie);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+} // namespace

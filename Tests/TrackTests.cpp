@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Src/QTTrack.h"
+#include "Src/SampleTableCursors.h"
 #include "Tests/Support/Open.h"
 
 using namespace testsupport;

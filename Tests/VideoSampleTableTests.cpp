@@ -105,6 +105,12 @@ TEST(VideoSampleTable, ChunkPlacement)
          {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}, {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}},
         {"constant size in fewer chunks: sizes add", {{1, 5, 1}}, 8, {100, 200},
          {100, 108, 116, 124, 132, 200, 208, 216, 224, 232}},
+        {"own sizes, one sample per chunk: each sample at its chunk", {{1, 1, 1}}, 0,
+         {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}, {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}},
+        {"own sizes, one per chunk, chunks to spare", {{1, 1, 1}}, 0,
+         {10, 20, 30, 40, 50, 60, 70, 80, 90, 95, 99}, {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}},
+        {"own sizes, one per chunk from chunk 2", {{2, 1, 1}}, 0,
+         {5, 10, 20, 30, 40, 50, 60, 70, 80, 90, 95}, {10, 20, 30, 40, 50, 60, 70, 80, 90, 95}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
@@ -206,6 +212,9 @@ TEST(VideoSampleTable, RefusedTables)
     pastChunks.stsc = {{1, 1, 1}, {9, 1, 1}}; // the first run claims 8 chunks of 5
     TrackSpec firstChunkZero = TenSamples();
     firstChunkZero.stsc = {{0, 2, 1}};
+    TrackSpec onePerChunkTooFewChunks = TenSamples();
+    onePerChunkTooFewChunks.stsc = {{1, 1, 1}};
+    onePerChunkTooFewChunks.stco = {10, 20, 30, 40, 50, 60, 70, 80, 90};
     TrackSpec lastRunPastChunks = TenSamples();
     lastRunPastChunks.stsc = {{1, 0, 1}, {7, 2, 1}};
     const Case cases[] = {
@@ -220,6 +229,7 @@ TEST(VideoSampleTable, RefusedTables)
         {"a run that leads past the chunk table", pastChunks, QT::kResultNotFound, 5},
         {"first chunk 0", firstChunkZero, QT::kResultNotFound, 0},
         {"last run starts past the chunk table", lastRunPastChunks, QT::kResultNotFound, 0},
+        {"one sample per chunk, a chunk short", onePerChunkTooFewChunks, QT::kResultNotFound, 9},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
