@@ -55,9 +55,10 @@ void WriteRangeMap(JsonWriter& w, const char* key, QT::IQTTrack& track, bool key
         w, key, "ranges",
         [&](QT::AudioSampleRangeMap& map) { return track.MakeAudioSampleRangeMap(map, keyByFileOffset); },
         [&](const QT::AudioSampleRangeMap& map) {
-            for (const auto& [rangeKey, range] : map) {
+            for (const auto& entry : map) {
+                const QT::AudioSampleRange& range = entry.second;
                 Row(w, [&] {
-                    w.UInt(rangeKey);
+                    w.UInt(entry.first);
                     w.UInt(range.mSampleCount);
                     w.UInt(range.mOutputPosition);
                     w.UInt(range.mOffsetInFile);

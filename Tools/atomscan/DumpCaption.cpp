@@ -14,9 +14,10 @@ void WriteCaptionTable(JsonWriter& w, const char* key, QT::IQTTrack& track, cons
             return track.MakeCaptionSampleTable(context.absolutePath16, map, keyByOffset);
         },
         [&](const QT::CaptionSampleMap& map) {
-            for (const auto& [recordKey, r] : map) {
+            for (const auto& entry : map) {
+                const QT::CaptionSampleRecord& r = entry.second;
                 Row(w, [&] {
-                    w.UInt(recordKey);
+                    w.UInt(entry.first);
                     w.UInt(r.mTime);
                     w.UInt(r.mOffset);
                     w.UInt(r.mLength);

@@ -35,7 +35,7 @@ std::string BytesPreview(const std::uint8_t* data, std::size_t size)
     bool printable = size > 0 && IsValidUtf8(bytes);
     for (const char c : bytes)
         if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) printable = false;
-    if (printable) return "\"" + std::string(bytes) + "\"";
+    if (printable) return QuotedText(std::string(bytes));
     constexpr std::size_t kShown = 16;
     return HexText(data, size < kShown ? size : kShown) + (size > kShown ? "..." : "");
 }
@@ -146,8 +146,7 @@ TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, c
     TrackSummary s;
     const QT::FourCC mediaType = track.GetTrackMediaType();
     s.type = FourCCText(mediaType);
-    s.enabled = track.IsTrackEnabled() ? "yes" : "no";
-    s.codec = "-";
+    s.enabled = std::string(track.IsTrackEnabled() ? "yes" : "no");
     s.samples = std::to_string(track.GetEditSampleCount());
     s.edit = EditText(track, movieTimeScale);
     if (mediaType == QT::kVideoMediaType) SummarizeVideo(track, s);

@@ -12,7 +12,7 @@ namespace atomscan_tool {
 struct TrackSummary {
     std::string type;     // media type
     std::string enabled;  // yes / no
-    std::string codec;    // the description's format code
+    std::string codec = "-"; // the description's format code
     std::string format;   // size, or rate/channels/format, or timecode start, or caption data
     std::string samples;  // frames (sound: sample frames) the edit shows
     std::string rate;     // frames a second
