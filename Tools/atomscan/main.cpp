@@ -14,7 +14,8 @@ int main(int argc, char** argv)
 {
     CLI::App app{"atomscan: read QuickTime movies through the atomscan library.\n"
                  "Exit status: 0 success, 1 failure (a movie that does not open, a missing reference), "
-                 "2 usage error.",
+                 "2 usage error.\n"
+                 "Run 'atomscan COMMAND --help' for the options of each command.",
                  "atomscan"};
     app.set_version_flag("--version", ATOMSCAN_VERSION);
     app.require_subcommand(1);
@@ -48,7 +49,9 @@ int main(int argc, char** argv)
     CLI::App* fix = app.add_subcommand("fix", "Mend chunk offsets whose high-order bytes are damaged, in place");
     fix->add_option("MOVIE", fixPath, "Movie file")->required();
     fix->add_flag("--dry-run", fixDryRun, "Mend a temporary copy and show what would change; MOVIE stays as it is");
-    fix->footer("Prints each chunk offset entry that changed: the track (position of its trak atom), the "
+    fix->footer("The library mends the chunk offsets of the first enabled video track that lie past the end of "
+                "the file.\n"
+                "Prints each chunk offset entry that changed: the track (position of its trak atom), the "
                 "table, the entry's index, the old and the new value.\n"
                 "Exit status: 0 when the repair ran, 1 when the movie does not open or cannot be written.");
 
