@@ -9,9 +9,6 @@ namespace atomscan_tool {
 
 namespace {
 
-// A timecode sample is 4 or 8 bytes; a claimed size beyond this is not read.
-constexpr std::uint32_t kLargestSampleRead = 1 << 20;
-
 struct Location {
     std::uint64_t offset = 0;
     std::uint32_t size = 0;
@@ -92,7 +89,7 @@ void WriteTimecodeSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext&
         w, "startFrame",
         [&] {
             std::optional<Coded<std::int64_t>> r;
-            if (!location || !info || location->size > kLargestSampleRead) return r;
+            if (!location || !info || location->size > kLargestTimecodeSample) return r;
             const auto bytes = ReadFileRange(context.absolutePath, location->offset, location->size);
             if (!bytes) return r;
             const Pelt::BinaryData data(bytes->empty() ? nullptr : bytes->data(), bytes->size());

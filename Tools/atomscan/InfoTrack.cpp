@@ -120,7 +120,7 @@ void SummarizeTimecode(QT::IQTTrack& track, const std::string& moviePath, TrackS
         s.rate = FormatNumber(double(info.mTimeScale) / info.mTicksPerFrame) + " fps" + (info.mDropFrame ? " DF" : "");
     std::uint64_t offset = 0;
     std::uint32_t size = 0;
-    if (track.GetTimecodeMediaSampleLocation(offset, size) != 0 || size > 64) return;
+    if (track.GetTimecodeMediaSampleLocation(offset, size) != 0 || size > kLargestTimecodeSample) return;
     const auto bytes = ReadFileRange(moviePath, offset, size);
     if (!bytes) return;
     std::int64_t frame = 0;

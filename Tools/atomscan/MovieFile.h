@@ -26,6 +26,9 @@ std::string AbsolutePath(const std::string& path);
 // What the library's result codes of an open mean, in a few words.
 std::string OpenFailureText(QT::ResultCode code);
 
+// A timecode sample is 4 or 8 bytes; a claimed size beyond this is not read.
+constexpr std::uint32_t kLargestTimecodeSample = 1 << 20;
+
 // `size` bytes at `offset`, or nothing when the file cannot give them all.
 std::optional<std::vector<std::uint8_t>> ReadFileRange(const std::string& path, std::uint64_t offset,
                                                        std::uint64_t size);
