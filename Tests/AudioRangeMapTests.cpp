@@ -46,9 +46,9 @@ struct Built {
     Keyed byOffset;
 };
 
-Built Build(const TrackSpec& spec, std::uint32_t movieTimeScale = 48000)
+Built Build(const TrackSpec& plan, std::uint32_t movieTimeScale = 48000)
 {
-    auto track = OpenTrack(spec, movieTimeScale);
+    auto track = OpenTrack(plan, movieTimeScale);
     if (!track) throw std::runtime_error("track did not open");
     QT::AudioSampleRangeMap byPosition, byOffset;
     Built b;
@@ -219,7 +219,7 @@ TEST(AudioRangeMap, Refusals)
 {
     struct Case {
         const char* name;
-        TrackSpec spec;
+        TrackSpec plan;
         QT::ResultCode code;
     };
     auto with = [](auto change) {
@@ -258,7 +258,7 @@ TEST(AudioRangeMap, Refusals)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        auto track = OpenTrack(c.spec);
+        auto track = OpenTrack(c.plan);
         ASSERT_TRUE(track);
         QT::AudioSampleRangeMap map;
         map[3] = QT::AudioSampleRange{1, 2, 3};

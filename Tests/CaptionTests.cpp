@@ -27,14 +27,14 @@ QT::CaptionSampleRecord Pair(std::uint64_t time, std::uint64_t offset)
 
 TrackSpec CaptionTrack(const char* format = "c608")
 {
-    TrackSpec spec;
-    spec.mediaType = "clcp";
-    spec.flags = 3;
-    spec.duration = 6000; // 10 s at 600
-    spec.mediaTimeScale = 30000;
-    spec.mediaDuration = 300000;
-    spec.descriptions = {SampleDescription(format, {})};
-    return spec;
+    TrackSpec plan;
+    plan.mediaType = "clcp";
+    plan.flags = 3;
+    plan.duration = 6000; // 10 s at 600
+    plan.mediaTimeScale = 30000;
+    plan.mediaDuration = 300000;
+    plan.descriptions = {SampleDescription(format, {})};
+    return plan;
 }
 
 OpenedTrack OpenCaptions(const TrackSpec& track, const Bytes& mdat = Bytes(64, 0))
@@ -104,13 +104,13 @@ TEST(Caption, CorpusCaptionsMatchTheProbedPackets)
 
 TEST(Caption, FixedFormNeverTouchesTheFile)
 {
-    TrackSpec spec = CaptionTrack();
-    spec.stts = {{3, 1001}};
-    spec.stsc = {{1, 2, 1}};
-    spec.stszConstant = 20;
-    spec.stszSizes = {20, 20, 20};
-    spec.stco = {1000, 5000};
-    OpenedTrack t = OpenCaptions(spec);
+    TrackSpec plan = CaptionTrack();
+    plan.stts = {{3, 1001}};
+    plan.stsc = {{1, 2, 1}};
+    plan.stszConstant = 20;
+    plan.stszSizes = {20, 20, 20};
+    plan.stco = {1000, 5000};
+    OpenedTrack t = OpenCaptions(plan);
     QT::CaptionSampleMap table = Table(t, false, &kNoFile);
     const QT::CaptionSampleMap expected = {
         {0, {0, 1008, 2, true, 1018, 2}},
@@ -147,12 +147,12 @@ TEST(Caption, VariableC608Samples)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec spec = CaptionTrack();
-        spec.stts = {{static_cast<std::uint32_t>(c.sizes.size()), 1001}};
-        spec.stsc = {{1, static_cast<std::uint32_t>(c.sizes.size()), 1}};
-        spec.stszSizes = c.sizes;
-        spec.stco = {static_cast<std::uint32_t>(b)};
-        OpenedTrack t = OpenCaptions(spec, c.mdat);
+        TrackSpec plan = CaptionTrack();
+        plan.stts = {{static_cast<std::uint32_t>(c.sizes.size()), 1001}};
+        plan.stsc = {{1, static_cast<std::uint32_t>(c.sizes.size()), 1}};
+        plan.stszSizes = c.sizes;
+        plan.stco = {static_cast<std::uint32_t>(b)};
+        OpenedTrack t = OpenCaptions(plan, c.mdat);
         const QT::CaptionSampleMap table = Table(t, true, c.realFile ? nullptr : &kNoFile);
         ASSERT_EQ(table.size(), c.expected.size());
         for (const QT::CaptionSampleRecord& r : c.expected) EXPECT_EQ(table.at(r.mOffset), r);
@@ -165,30 +165,30 @@ TEST(Caption, TheFileIsLookedAtOnceAndCannotCutRecordsShortOfIt)
         SCOPED_TRACE("the check of the first chunk holds for the second, which has no cdat");
         Bytes mdat = CdatSample(1);
         mdat.resize(32, 0x55);
-        TrackSpec spec = CaptionTrack();
-        spec.stts = {{2, 1001}};
-        spec.stszSizes = {10, 10};
-        spec.stco = {static_cast<std::uint32_t>(kBase), static_cast<std::uint32_t>(kBase + 16)};
-        OpenedTrack t = OpenCaptions(spec, mdat);
+        TrackSpec plan = CaptionTrack();
+        plan.stts = {{2, 1001}};
+        plan.stszSizes = {10, 10};
+        plan.stco = {static_cast<std::uint32_t>(kBase), static_cast<std::uint32_t>(kBase + 16)};
+        OpenedTrack t = OpenCaptions(plan, mdat);
         const QT::CaptionSampleMap expected = {{kBase + 8, Pair(0, kBase + 8)}, {kBase + 24, Pair(1001, kBase + 24)}};
         EXPECT_EQ(Table(t, true), expected);
     }
     {
         SCOPED_TRACE("a chunk behind the end of the file: 8 bytes are skipped");
-        TrackSpec spec = CaptionTrack();
-        spec.stts = {{1, 1001}};
-        spec.stszSizes = {12};
-        spec.stco = {1000000};
-        OpenedTrack t = OpenCaptions(spec);
+        TrackSpec plan = CaptionTrack();
+        plan.stts = {{1, 1001}};
+        plan.stszSizes = {12};
+        plan.stco = {1000000};
+        OpenedTrack t = OpenCaptions(plan);
         const QT::CaptionSampleMap expected = {{1000008, Pair(0, 1000008)}, {1000010, Pair(1001, 1000010)}};
         EXPECT_EQ(Table(t, true), expected);
     }
     {
         SCOPED_TRACE("a size from a broken table gives no more pairs than the file holds");
-        TrackSpec spec = CaptionTrack();
-        spec.stszSizes = {0x7ffffff0};
-        spec.stco = {static_cast<std::uint32_t>(kBase)};
-        OpenedTrack t = OpenCaptions(spec, CdatSample(4));
+        TrackSpec plan = CaptionTrack();
+        plan.stszSizes = {0x7ffffff0};
+        plan.stco = {static_cast<std::uint32_t>(kBase)};
+        OpenedTrack t = OpenCaptions(plan, CdatSample(4));
         const QT::CaptionSampleMap table = Table(t, true);
         EXPECT_EQ(table.size(), ReadFile(t.path).size() / 2);
         EXPECT_EQ(table.begin()->second, Pair(0, kBase + 8));
@@ -197,30 +197,30 @@ TEST(Caption, TheFileIsLookedAtOnceAndCannotCutRecordsShortOfIt)
 
 TEST(Caption, C708Samples)
 {
-    TrackSpec spec = CaptionTrack("c708");
-    spec.stts = {{3, 1001}};
-    spec.stsc = {{1, 3, 1}};
-    spec.stszSizes = {8, 9, 20};
-    spec.stco = {100};
-    OpenedTrack t = OpenCaptions(spec);
+    TrackSpec plan = CaptionTrack("c708");
+    plan.stts = {{3, 1001}};
+    plan.stsc = {{1, 3, 1}};
+    plan.stszSizes = {8, 9, 20};
+    plan.stco = {100};
+    OpenedTrack t = OpenCaptions(plan);
     const QT::CaptionSampleMap expected = {{1001, {1001, 116, 1, false, 0, 0}}, {2002, {2002, 125, 12, false, 0, 0}}};
     EXPECT_EQ(Table(t, false, &kNoFile), expected);
 }
 
 TEST(Caption, KeysByTimeAndByOffset)
 {
-    TrackSpec spec = CaptionTrack();
-    spec.stts = {{2, 1001}};
-    spec.stsc = {{1, 2, 1}};
-    spec.stszSizes = {16, 12};
-    spec.stco = {static_cast<std::uint32_t>(kBase)};
+    TrackSpec plan = CaptionTrack();
+    plan.stts = {{2, 1001}};
+    plan.stsc = {{1, 2, 1}};
+    plan.stszSizes = {16, 12};
+    plan.stco = {static_cast<std::uint32_t>(kBase)};
     Bytes mdat = CdatSample(4);
     const Bytes second = CdatSample(2);
     mdat.insert(mdat.end(), second.begin(), second.end());
 
     {
         SCOPED_TRACE("a pair whose time a later sample starts at stands");
-        OpenedTrack t = OpenCaptions(spec, mdat);
+        OpenedTrack t = OpenCaptions(plan, mdat);
         const QT::CaptionSampleMap byTime = Table(t, false);
         ASSERT_EQ(byTime.size(), 4u);
         EXPECT_EQ(byTime.at(1001), Pair(1001, kBase + 10));
@@ -229,8 +229,8 @@ TEST(Caption, KeysByTimeAndByOffset)
     }
     {
         SCOPED_TRACE("a leading empty edit of 2 s moves the times, not the offsets");
-        OpenedTrack plain = OpenCaptions(spec, mdat);
-        TrackSpec delayed = spec;
+        OpenedTrack plain = OpenCaptions(plan, mdat);
+        TrackSpec delayed = plan;
         delayed.edits = {{{1200, 0xffffffff, 0x10000}, {6000, 0, 0x10000}}};
         OpenedTrack t = OpenCaptions(delayed, mdat);
         EXPECT_EQ(Table(t, true).size(), 6u);
@@ -246,7 +246,7 @@ TEST(Caption, KeysByTimeAndByOffset)
     }
     {
         SCOPED_TRACE("the host's records stay, and a key already there keeps its record");
-        OpenedTrack t = OpenCaptions(spec, mdat);
+        OpenedTrack t = OpenCaptions(plan, mdat);
         QT::CaptionSampleMap table = {{1001, Pair(7, 7)}, {999999, Pair(9, 9)}};
         ASSERT_EQ(t.track->MakeCaptionSampleTable(t.Path16(), table, false), QT::kResultSuccess);
         EXPECT_EQ(table.size(), 5u);
@@ -272,29 +272,29 @@ TEST(Caption, TheEditChoosesTheSamples)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec spec = CaptionTrack("c708");
-        spec.mediaTimeScale = 600;
-        spec.stts = c.stts;
-        spec.edits = c.edits;
-        spec.stsc = {{1, 1, 1}};
-        spec.stszConstant = 12;
-        spec.stszSizes = std::vector<std::uint32_t>(5, 12);
-        spec.stco = {100, 200, 300, 400, 500};
-        OpenedTrack t = OpenCaptions(spec);
+        TrackSpec plan = CaptionTrack("c708");
+        plan.mediaTimeScale = 600;
+        plan.stts = c.stts;
+        plan.edits = c.edits;
+        plan.stsc = {{1, 1, 1}};
+        plan.stszConstant = 12;
+        plan.stszSizes = std::vector<std::uint32_t>(5, 12);
+        plan.stco = {100, 200, 300, 400, 500};
+        OpenedTrack t = OpenCaptions(plan);
         std::vector<std::uint64_t> times;
         for (const auto& [key, record] : Table(t, false, &kNoFile)) times.push_back(key);
         EXPECT_EQ(times, c.times);
     }
     {
         SCOPED_TRACE("the offset of a sample after skipped ones counts their sizes");
-        TrackSpec spec = CaptionTrack("c708");
-        spec.mediaTimeScale = 600;
-        spec.stts = {{3, 20}};
-        spec.edits = {{{40, 20, 0x10000}}};
-        spec.stsc = {{1, 3, 1}};
-        spec.stszSizes = {30, 12, 12};
-        spec.stco = {100};
-        OpenedTrack t = OpenCaptions(spec);
+        TrackSpec plan = CaptionTrack("c708");
+        plan.mediaTimeScale = 600;
+        plan.stts = {{3, 20}};
+        plan.edits = {{{40, 20, 0x10000}}};
+        plan.stsc = {{1, 3, 1}};
+        plan.stszSizes = {30, 12, 12};
+        plan.stco = {100};
+        OpenedTrack t = OpenCaptions(plan);
         EXPECT_EQ(Table(t, true, &kNoFile).begin()->first, 138u);
     }
 }
@@ -314,19 +314,19 @@ TEST(Caption, FrameDuration)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.durations) + " at " + std::to_string(c.timeScale));
-        TrackSpec spec = CaptionTrack();
-        spec.mediaTimeScale = c.timeScale;
-        spec.stts.clear();
-        for (std::uint32_t d : c.durations) spec.stts.push_back({1, d});
-        EXPECT_EQ(OpenCaptions(spec).track->GetCaptionFrameDuration(), c.expected);
+        TrackSpec plan = CaptionTrack();
+        plan.mediaTimeScale = c.timeScale;
+        plan.stts.clear();
+        for (std::uint32_t d : c.durations) plan.stts.push_back({1, d});
+        EXPECT_EQ(OpenCaptions(plan).track->GetCaptionFrameDuration(), c.expected);
     }
 }
 
 TEST(Caption, MediaFormat)
 {
-    TrackSpec spec = CaptionTrack();
-    spec.descriptions = {SampleDescription("c608", {}), SampleDescription("c708", {}), SampleDescription("tx3g", {})};
-    OpenedTrack t = OpenCaptions(spec);
+    TrackSpec plan = CaptionTrack();
+    plan.descriptions = {SampleDescription("c608", {}), SampleDescription("c708", {}), SampleDescription("tx3g", {})};
+    OpenedTrack t = OpenCaptions(plan);
     EXPECT_EQ(t.track->GetCaptionMediaFormat(0), QT::MakeFourCC("c608"));
     EXPECT_EQ(t.track->GetCaptionMediaFormat(1), QT::MakeFourCC("c708"));
     EXPECT_EQ(t.track->GetCaptionMediaFormat(2), QT::kUnknownMediaType);
@@ -338,7 +338,7 @@ TEST(Caption, TablesThatCannotBeUsed)
 {
     struct Case {
         const char* name;
-        TrackSpec spec;
+        TrackSpec plan;
         QT::ResultCode result;
         std::size_t added; // records, keyed by offset
     };
@@ -393,7 +393,7 @@ TEST(Caption, TablesThatCannotBeUsed)
     }
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        OpenedTrack t = OpenCaptions(c.spec);
+        OpenedTrack t = OpenCaptions(c.plan);
         QT::CaptionSampleMap table = {{1, Pair(1, 1)}};
         EXPECT_EQ(t.track->MakeCaptionSampleTable(kNoFile, table, true), c.result);
         EXPECT_EQ(table.size(), 1 + c.added);

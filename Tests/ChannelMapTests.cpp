@@ -134,9 +134,9 @@ TEST(ChannelMap, NegativeIndexIsFalse)
 
 TEST(ChannelMap, ChooseDescriptionByIndex)
 {
-    TrackSpec spec = SoundTrack(V1With(2, {Chan(0x650002, 0)}));
-    spec.descriptions.push_back(V1With(6, {Chan(0x7c0006, 0)}));
-    auto track = OpenTrack(spec);
+    TrackSpec plan = SoundTrack(V1With(2, {Chan(0x650002, 0)}));
+    plan.descriptions.push_back(V1With(6, {Chan(0x7c0006, 0)}));
+    auto track = OpenTrack(plan);
     Order map;
     bool flag = false;
     EXPECT_TRUE(track->GetMultiChannelMap(0, map, flag));

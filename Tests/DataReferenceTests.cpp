@@ -11,15 +11,15 @@ namespace {
 
 OpenedTrack TrackWithDinf(const Atom& dinf)
 {
-    TrackSpec spec;
-    spec.dinf = dinf;
-    return OpenTrackOf(spec);
+    TrackSpec plan;
+    plan.dinf = dinf;
+    return OpenTrackOf(plan);
 }
 
-AliasRecordSpec WithFlags(AliasRecordSpec spec, std::uint8_t flags)
+AliasRecordSpec WithFlags(AliasRecordSpec plan, std::uint8_t flags)
 {
-    spec.flags = flags;
-    return spec;
+    plan.flags = flags;
+    return plan;
 }
 
 QT::String16 U(const char* text) { return ToString16(text); }

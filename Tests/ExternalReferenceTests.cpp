@@ -115,9 +115,9 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
     const QT::ExtRefData keptRef = Ref("k.mov", "", "kept");
     for (const ListingCase& c : cases) {
         SCOPED_TRACE(c.name);
-        MovieSpec spec;
-        spec.tracks = c.tracks;
-        OpenResult opened = OpenSpec(spec);
+        MovieSpec plan;
+        plan.tracks = c.tracks;
+        OpenResult opened = OpenSpec(plan);
         ASSERT_EQ(opened.code, QT::kResultSuccess);
 
         QT::TrackReferenceMap video = kept, audio = kept, timecode = kept;
@@ -138,9 +138,9 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
 
 TEST(ExternalReferences, ListingReplacesThePathOfAnIndex)
 {
-    MovieSpec spec;
-    spec.tracks = {Track("soun", {External("a.mov", "/a.mov")})};
-    OpenResult opened = OpenSpec(spec);
+    MovieSpec plan;
+    plan.tracks = {Track("soun", {External("a.mov", "/a.mov")})};
+    OpenResult opened = OpenSpec(plan);
     ASSERT_EQ(opened.code, QT::kResultSuccess);
     QT::TrackReferenceMap video, audio = {{0, u"old"}, {1, u"other"}}, timecode;
     QT::GetExternalReferences(opened.movie, video, audio, timecode);
@@ -303,10 +303,10 @@ TEST(ValidateExternalReferences, ReferenceMovieEndToEnd)
     const QT::String16 root = U(volume.Path().parent_path().string() + "/");
     ProcessVolumes volumes({Volume(root.c_str(), u"Media Disk")});
 
-    MovieSpec spec;
-    spec.tracks = {Track("vide", {AliasEntry(Alias("v.mov", {{19, "/Media Disk"}, {18, "/clips/v.mov"}}))}),
+    MovieSpec plan;
+    plan.tracks = {Track("vide", {AliasEntry(Alias("v.mov", {{19, "/Media Disk"}, {18, "/clips/v.mov"}}))}),
                    Track("soun", {AliasEntry(Alias("a.mov", {{0, "Audio"}, {19, "/Gone"}, {18, "/Audio/a.mov"}}))})};
-    TempFile movie(BuildMovieFile(spec), "ref.mov");
+    TempFile movie(BuildMovieFile(plan), "ref.mov");
     Tessel::InterfaceRef<QT::IQTMovie> opened;
     ASSERT_EQ(QT::MakeParser()->OpenMovie(movie.Path16(), opened), QT::kResultSuccess);
     QT::ExternalReferenceMap references;

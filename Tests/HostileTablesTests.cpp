@@ -14,14 +14,14 @@ TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
 {
     // One `stts` entry of 2^32-1 frames of constant size in a tiny file: the
     // frame table is refused instead of growing to billions of records.
-    MovieSpec spec;
-    TrackSpec& t = spec.tracks[0];
+    MovieSpec plan;
+    TrackSpec& t = plan.tracks[0];
     t.stts = {{0xFFFFFFFF, 1}};
     t.stsc = {{1, 0xFFFFFFFF, 1}};
     t.stszConstant = 4;
     t.stszSizes = {4};
     t.stco = {0};
-    OpenResult r = OpenSpec(spec);
+    OpenResult r = OpenSpec(plan);
     ASSERT_EQ(r.code, QT::kResultSuccess);
     auto track = r.movie->GetIndTrack(0);
     const auto start = std::chrono::steady_clock::now();
@@ -30,7 +30,7 @@ TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
     EXPECT_EQ(track->MakeFullVideoSampleTable(false, true, table), QT::kResultBadSampleTables);
 
     // With the `stsz` count raised to match, the file size decides.
-    Bytes bytes = BuildMovieFile(spec);
+    Bytes bytes = BuildMovieFile(plan);
     const Bytes needle = {'s', 't', 's', 'z'};
     auto it = std::search(bytes.begin(), bytes.end(), needle.begin(), needle.end());
     ASSERT_NE(it, bytes.end());

@@ -39,9 +39,9 @@ Atom Hdlr() { return Atom("hdlr", HdlrPayload("mdta")); }
 
 Tessel::InterfaceRef<QT::IQTMovie> MovieWith(const Atom& meta)
 {
-    MovieSpec spec;
-    spec.extraMoov.push_back(meta);
-    OpenResult r = OpenSpec(spec);
+    MovieSpec plan;
+    plan.extraMoov.push_back(meta);
+    OpenResult r = OpenSpec(plan);
     EXPECT_EQ(r.code, QT::kResultSuccess);
     return r.movie;
 }

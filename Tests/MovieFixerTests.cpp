@@ -70,10 +70,10 @@ Repair FixBytes(const Bytes& bytes)
 
 // The movie padded to kFileSize. The layout does not depend on the values in
 // the tables, so a movie built with the mended values is the expected file.
-Bytes Sized(const MovieSpec& spec)
+Bytes Sized(const MovieSpec& plan)
 {
-    const std::size_t bare = BuildMovieFile(spec).size();
-    return BuildMovieFile(spec, Bytes(kFileSize - bare, 0));
+    const std::size_t bare = BuildMovieFile(plan).size();
+    return BuildMovieFile(plan, Bytes(kFileSize - bare, 0));
 }
 
 TrackSpec Track(const char* media, std::vector<std::uint64_t> offsets, bool wide = false, std::uint32_t flags = 1)
@@ -147,23 +147,23 @@ const std::vector<std::uint64_t> kMended = {0x100, 0x200, 0x300};
 
 TEST(FixMovie, OnlyTheFirstEnabledVideoTrack)
 {
-    auto spec = [](const std::vector<std::uint64_t>& enabled) {
+    auto plan = [](const std::vector<std::uint64_t>& enabled) {
         return Movie({Track("soun", kDamaged), Track("vide", kDamaged, false, 0), Track("vide", enabled),
                       Track("vide", kDamaged)});
     };
-    const Repair r = FixBytes(Sized(spec(kDamaged)));
-    EXPECT_EQ(r.after, Sized(spec(kMended)));
+    const Repair r = FixBytes(Sized(plan(kDamaged)));
+    EXPECT_EQ(r.after, Sized(plan(kMended)));
     EXPECT_EQ(r.writeOpens, 1);
 }
 
 TEST(FixMovie, Co64IsMendedAndStcoBesideItIsNot)
 {
-    auto spec = [](const std::vector<std::uint64_t>& wide) {
+    auto plan = [](const std::vector<std::uint64_t>& wide) {
         TrackSpec t = Track("vide", wide, true);
         t.extraStbl.push_back(Stco({0x100, 0x05000200, 0x300}));
         return Movie({t});
     };
-    EXPECT_EQ(FixBytes(Sized(spec({0x100, 0x0A00000000000200, 0x300}))).after, Sized(spec(kMended)));
+    EXPECT_EQ(FixBytes(Sized(plan({0x100, 0x0A00000000000200, 0x300}))).after, Sized(plan(kMended)));
 }
 
 // The walk of the repair object sees an 8-byte atom that ends the movie atom,

@@ -89,9 +89,9 @@ void CheckLegacyRows(int version)
                                             : SoundDescriptionV1(row.stored, 2, row.sampleSize, 48000u << 16,
                                                                  WaveFor(row.enda)));
     }
-    TrackSpec spec = SoundTrack(descriptions[0]);
-    spec.descriptions = descriptions;
-    auto track = OpenTrack(spec);
+    TrackSpec plan = SoundTrack(descriptions[0]);
+    plan.descriptions = descriptions;
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     for (std::int32_t i = 0; i < static_cast<std::int32_t>(std::size(kLegacyRows)); ++i) {
         const LegacyRow& row = kLegacyRows[i];
@@ -122,9 +122,9 @@ TEST(SoundDescription, FormatTableVersion2)
         v.bytesPerPacket = 0; // packed width falls back to the bits
         descriptions.push_back(SoundDescriptionV2(row.stored, v));
     }
-    TrackSpec spec = SoundTrack(descriptions[0]);
-    spec.descriptions = descriptions;
-    auto track = OpenTrack(spec);
+    TrackSpec plan = SoundTrack(descriptions[0]);
+    plan.descriptions = descriptions;
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     for (std::int32_t i = 0; i < static_cast<std::int32_t>(std::size(kV2Rows)); ++i) {
         const V2Row& row = kV2Rows[i];
@@ -317,9 +317,9 @@ TEST(SoundDescription, ShortDescriptionIsNotReadIntoItsNeighbour)
     // the description behind it has them all set. The short one reads 0.
     const Bytes shortOne = SampleDescription("sowt", ByteWriter().U16(0).U16(0).U32(0));
     ASSERT_EQ(shortOne.size(), 24u);
-    TrackSpec spec = SoundTrack(shortOne);
-    spec.descriptions = {shortOne, SoundDescriptionV0("sowt", 2, 24, 48000u << 16)};
-    auto track = OpenTrack(spec);
+    TrackSpec plan = SoundTrack(shortOne);
+    plan.descriptions = {shortOne, SoundDescriptionV0("sowt", 2, 24, 48000u << 16)};
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     EXPECT_EQ(track->GetAudioMediaNumChannels(0), 0u);
     EXPECT_EQ(track->GetAudioMediaSampleRate(0), 0u);

@@ -47,14 +47,14 @@ Bytes NameAtom(const std::string& text, std::optional<std::uint32_t> size = {}, 
 
 TrackSpec TimecodeTrack(const Bytes& description = TimecodeDescription(0, 2500, 100, 25))
 {
-    TrackSpec spec;
-    spec.mediaType = "tmcd";
-    spec.flags = 2;
-    spec.descriptions = {description};
-    spec.stszConstant = 4;
-    spec.stszSizes = {4};
-    spec.stco = {1000};
-    return spec;
+    TrackSpec plan;
+    plan.mediaType = "tmcd";
+    plan.flags = 2;
+    plan.descriptions = {description};
+    plan.stszConstant = 4;
+    plan.stszSizes = {4};
+    plan.stco = {1000};
+    return plan;
 }
 
 TEST(Timecode, CorpusMoviesCountAndLocateTheirSample)
@@ -172,9 +172,9 @@ TEST(Timecode, HandleReferenceValue)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec spec = TimecodeTrack();
-        spec.dinf = DataInformation(c.entries);
-        OpenedTrack t = OpenTrackOf(spec);
+        TrackSpec plan = TimecodeTrack();
+        plan.dinf = DataInformation(c.entries);
+        OpenedTrack t = OpenTrackOf(plan);
         QT::TimecodeInfo info;
         QT::String16 name;
         t.track->GetTimecodeMediaInfo(info, name);
@@ -218,10 +218,10 @@ TEST(Timecode, FrameValue)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec spec = TimecodeTrack();
-        spec.hdlrSubtype = c.subtype;
-        spec.edits = c.edits;
-        OpenedTrack t = OpenTrackOf(spec);
+        TrackSpec plan = TimecodeTrack();
+        plan.hdlrSubtype = c.subtype;
+        plan.edits = c.edits;
+        OpenedTrack t = OpenTrackOf(plan);
         EXPECT_EQ(t.track->GetTrackMediaType(), QT::kTimecodeMediaType);
         QT::TimecodeInfo info;
         info.mTicksPerFrame = c.ticksPerFrame;
@@ -246,12 +246,12 @@ TEST(Timecode, SampleLocation)
     }
     {
         SCOPED_TRACE("a table of sizes, and 64-bit chunk offsets of a tc64 track");
-        TrackSpec spec = TimecodeTrack();
-        spec.hdlrSubtype = "tc64";
-        spec.stszConstant = 0;
-        spec.stszSizes = {8, 4};
-        spec.co64 = std::vector<std::uint64_t>{0x123456789ull, 5};
-        OpenedTrack t = OpenTrackOf(spec);
+        TrackSpec plan = TimecodeTrack();
+        plan.hdlrSubtype = "tc64";
+        plan.stszConstant = 0;
+        plan.stszSizes = {8, 4};
+        plan.co64 = std::vector<std::uint64_t>{0x123456789ull, 5};
+        OpenedTrack t = OpenTrackOf(plan);
         std::uint64_t offset = 0;
         std::uint32_t size = 0;
         EXPECT_EQ(t.track->GetTimecodeMediaSampleLocation(offset, size), 0);
@@ -260,9 +260,9 @@ TEST(Timecode, SampleLocation)
     }
     {
         SCOPED_TRACE("no chunk: the size is written, the offset is not");
-        TrackSpec spec = TimecodeTrack();
-        spec.stco = {};
-        OpenedTrack t = OpenTrackOf(spec);
+        TrackSpec plan = TimecodeTrack();
+        plan.stco = {};
+        OpenedTrack t = OpenTrackOf(plan);
         std::uint64_t offset = 77;
         std::uint32_t size = 0;
         EXPECT_EQ(t.track->GetTimecodeMediaSampleLocation(offset, size), -1);
@@ -271,10 +271,10 @@ TEST(Timecode, SampleLocation)
     }
     {
         SCOPED_TRACE("no size at all");
-        TrackSpec spec = TimecodeTrack();
-        spec.stszConstant = 0;
-        spec.stszSizes = {};
-        OpenedTrack t = OpenTrackOf(spec);
+        TrackSpec plan = TimecodeTrack();
+        plan.stszConstant = 0;
+        plan.stszSizes = {};
+        OpenedTrack t = OpenTrackOf(plan);
         std::uint64_t offset = 0;
         std::uint32_t size = 9;
         EXPECT_EQ(t.track->GetTimecodeMediaSampleLocation(offset, size), 0);

@@ -20,9 +20,9 @@ TEST(TrackMediaType, MapsTheHandlerSubtype)
         {"sbtl", QT::kUnknownMediaType}, {"meta", QT::kUnknownMediaType},
     };
     for (const auto& [subtype, expected] : cases) {
-        MovieSpec spec;
-        spec.tracks[0].hdlrSubtype = subtype;
-        auto track = TrackOf(spec);
+        MovieSpec plan;
+        plan.tracks[0].hdlrSubtype = subtype;
+        auto track = TrackOf(plan);
         ASSERT_TRUE(track);
         EXPECT_EQ(track->GetTrackMediaType(), expected) << subtype;
     }
@@ -30,14 +30,14 @@ TEST(TrackMediaType, MapsTheHandlerSubtype)
 
 TEST(TrackHeader, FlagsDimensionsDurations)
 {
-    MovieSpec spec;
-    TrackSpec& t = spec.tracks[0];
+    MovieSpec plan;
+    TrackSpec& t = plan.tracks[0];
     t.flags = 0xE; // bit 0 clear
     t.width = 1920;
     t.height = 1080;
     t.duration = 1234;
     t.mediaTimeScale = 48000;
-    auto track = TrackOf(spec);
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     EXPECT_FALSE(track->IsTrackEnabled());
     QT::QTRect r{1, 1, 1, 1};
@@ -68,9 +68,9 @@ TEST(TrackMatrix, RightAngles)
         {{0x20000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000}, false, false, false, 0},
     };
     for (const Case& c : cases) {
-        MovieSpec spec;
-        spec.tracks[0].matrix = c.matrix;
-        auto track = TrackOf(spec);
+        MovieSpec plan;
+        plan.tracks[0].matrix = c.matrix;
+        auto track = TrackOf(plan);
         ASSERT_TRUE(track);
         EXPECT_EQ(track->IsTrackMatrixIdentity(), c.identity);
         EXPECT_EQ(track->IsTrackMatrixIdentity2D(), c.identity2D);
@@ -81,17 +81,17 @@ TEST(TrackMatrix, RightAngles)
 
 TEST(MovieBounds, UnionOfTracksAndOrigin)
 {
-    MovieSpec spec;
-    spec.tracks[0].width = 1920;
-    spec.tracks[0].height = 1080;
+    MovieSpec plan;
+    plan.tracks[0].width = 1920;
+    plan.tracks[0].height = 1080;
     TrackSpec sound;
     sound.mediaType = "soun";
     TrackSpec negative;
     negative.width = -50;
     negative.height = 2000;
-    spec.tracks.push_back(sound);
-    spec.tracks.push_back(negative);
-    OpenResult r = OpenSpec(spec);
+    plan.tracks.push_back(sound);
+    plan.tracks.push_back(negative);
+    OpenResult r = OpenSpec(plan);
     ASSERT_EQ(r.code, QT::kResultSuccess);
     QT::QTRect b;
     r.movie->GetBounds(b);
@@ -125,16 +125,16 @@ class EditAnalysis : public ::testing::TestWithParam<EditCase> {};
 TEST_P(EditAnalysis, ReducesTheEditList)
 {
     const EditCase& c = GetParam();
-    MovieSpec spec;
-    spec.timeScale = c.movieScale;
-    TrackSpec& t = spec.tracks[0];
+    MovieSpec plan;
+    plan.timeScale = c.movieScale;
+    TrackSpec& t = plan.tracks[0];
     t.mediaType = c.mediaType;
     t.mediaTimeScale = c.mediaScale;
     t.duration = c.tkhdDuration;
     t.mediaDuration = c.mediaDuration;
     t.edits = c.edits;
     t.stts = c.stts;
-    auto track = TrackOf(spec);
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     QT::QTTrack* core = Core(track);
     EXPECT_EQ(core->EditMediaTime(), c.editMediaTime);
@@ -183,22 +183,22 @@ INSTANTIATE_TEST_SUITE_P(Track, EditAnalysis, ::testing::ValuesIn(kEditCases), [
 TEST(EditAnalysis, LongMovieIsLinear)
 {
     // A media time far past the end of a table of many entries ends at once.
-    MovieSpec spec;
-    TrackSpec& t = spec.tracks[0];
+    MovieSpec plan;
+    TrackSpec& t = plan.tracks[0];
     t.stts.clear();
     for (std::uint32_t i = 0; i < 20000; ++i) t.stts.push_back({1000, 1 + i % 3});
     t.edits = Edits{{100, 0xFFFFFFF0, kUnit}};
-    auto track = TrackOf(spec);
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     EXPECT_GE(Core(track)->EditFirstSample(), Core(track)->GetTotalSampleCount());
 }
 
 TEST(TimeScales, ZeroNeverDivides)
 {
-    MovieSpec spec;
-    spec.timeScale = 0;
-    spec.tracks[0].edits = Edits{{100, 0, kUnit}};
-    auto track = TrackOf(spec);
+    MovieSpec plan;
+    plan.timeScale = 0;
+    plan.tracks[0].edits = Edits{{100, 0, kUnit}};
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     EXPECT_EQ(Core(track)->MovieToMediaTime(100), 0u);
     EXPECT_EQ(track->GetEditDuration(), 0u);
@@ -218,10 +218,10 @@ TEST(TimeScales, ZeroNeverDivides)
 
 TEST(SampleTables, CountsAndDurations)
 {
-    MovieSpec spec;
-    spec.tracks[0].stts = {{3, 10}, {4, 20}};
-    spec.tracks[0].duration = 10000;
-    auto track = TrackOf(spec);
+    MovieSpec plan;
+    plan.tracks[0].stts = {{3, 10}, {4, 20}};
+    plan.tracks[0].duration = 10000;
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     QT::QTTrack* core = Core(track);
     EXPECT_EQ(core->GetTotalSampleCount(), 7u);
@@ -249,10 +249,10 @@ TEST(SampleTables, CountsAndDurations)
 
 TEST(SampleTables, HostileCountsAreBoundedByTheCopy)
 {
-    MovieSpec spec;
-    spec.tracks[0].stts = {{10, 100}};
-    spec.tracks[0].extraStbl.push_back(Atom("free"));
-    Atom moov = BuildMoov(spec);
+    MovieSpec plan;
+    plan.tracks[0].stts = {{10, 100}};
+    plan.tracks[0].extraStbl.push_back(Atom("free"));
+    Atom moov = BuildMoov(plan);
     Bytes bytes = Concat({moov});
     // Raise the `stts` entry count to 2^32-1: only the entries inside the copy count.
     const Bytes needle = {'s', 't', 't', 's'};
@@ -268,9 +268,9 @@ TEST(SampleTables, HostileCountsAreBoundedByTheCopy)
 
 TEST(ChunkOffsets, WidthAndBounds)
 {
-    MovieSpec spec;
-    spec.tracks[0].stco = {0xfffffff0, 7};
-    auto track = TrackOf(spec);
+    MovieSpec plan;
+    plan.tracks[0].stco = {0xfffffff0, 7};
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     const QT::AtomReader reader = Core(track)->Reader();
     QT::ChunkOffsetHelper stco(Core(track)->Item(), reader);
@@ -294,10 +294,10 @@ TEST(ChunkOffsets, WidthAndBounds)
 
 TEST(SampleDescriptions, NthDescription)
 {
-    MovieSpec spec;
-    spec.tracks[0].descriptions = {SampleDescription("aaaa", Bytes(4)), SampleDescription("bbbb", Bytes(8)),
+    MovieSpec plan;
+    plan.tracks[0].descriptions = {SampleDescription("aaaa", Bytes(4)), SampleDescription("bbbb", Bytes(8)),
                                    SampleDescription("cccc", {})};
-    auto track = TrackOf(spec);
+    auto track = TrackOf(plan);
     ASSERT_TRUE(track);
     QT::QTTrack* core = Core(track);
     const QT::AtomReader reader = core->Reader();
@@ -320,9 +320,9 @@ TEST(SampleDescriptions, SizesThatLeaveTheAtomGiveNull)
         first[1] = static_cast<std::uint8_t>(badSize >> 16);
         first[2] = static_cast<std::uint8_t>(badSize >> 8);
         first[3] = static_cast<std::uint8_t>(badSize);
-        MovieSpec spec;
-        spec.tracks[0].descriptions = {first, SampleDescription("bbbb", {})};
-        auto track = TrackOf(spec);
+        MovieSpec plan;
+        plan.tracks[0].descriptions = {first, SampleDescription("bbbb", {})};
+        auto track = TrackOf(plan);
         ASSERT_TRUE(track);
         QT::QTTrack* core = Core(track);
         EXPECT_FALSE(core->GetNthSampleDescriptionPtr(core->Item().mStsd, 1)) << badSize;

@@ -52,9 +52,9 @@ Tessel::InterfaceRef<QT::IQTTrack> OpenDescriptions(std::vector<Bytes> descripti
     return OpenTrack(VideoTrack(std::move(descriptions)));
 }
 
-Tessel::InterfaceRef<QT::IQTTrack> OpenDescription(const ImageDescriptionSpec& spec)
+Tessel::InterfaceRef<QT::IQTTrack> OpenDescription(const ImageDescriptionSpec& plan)
 {
-    return OpenDescriptions({ImageDescription(spec)});
+    return OpenDescriptions({ImageDescription(plan)});
 }
 
 // Runs `call` and gives the function named by the contract it broke, or "".
@@ -71,16 +71,16 @@ std::string BrokenContract(F&& call)
 
 TEST(VideoDescription, FixedFieldsAsStored)
 {
-    ImageDescriptionSpec spec;
-    spec.format = "apch";
-    spec.vendor = "FFMP";
-    spec.width = 0xffff;   // -1
-    spec.height = 0x8000;  // -32768
-    spec.depth = 0xffff;   // 65535, not sign-extended
-    spec.temporalQuality = 0x200;
-    spec.spatialQuality = 0x300;
-    spec.name = "Lavc libx264";
-    auto track = OpenDescription(spec);
+    ImageDescriptionSpec plan;
+    plan.format = "apch";
+    plan.vendor = "FFMP";
+    plan.width = 0xffff;   // -1
+    plan.height = 0x8000;  // -32768
+    plan.depth = 0xffff;   // 65535, not sign-extended
+    plan.temporalQuality = 0x200;
+    plan.spatialQuality = 0x300;
+    plan.name = "Lavc libx264";
+    auto track = OpenDescription(plan);
     ASSERT_TRUE(track);
     EXPECT_EQ(track->GetVideoMediaCompressionFourCC(0), QT::MakeFourCC("apch"));
     EXPECT_EQ(track->GetVideoMediaVendorFourCC(0), QT::MakeFourCC("FFMP"));
@@ -100,7 +100,7 @@ TEST(VideoDescription, CodecNames)
 {
     struct Case {
         const char* what;
-        ImageDescriptionSpec spec;
+        ImageDescriptionSpec plan;
         std::string expected;
     };
     ImageDescriptionSpec empty;
@@ -125,7 +125,7 @@ TEST(VideoDescription, CodecNames)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        auto track = OpenDescription(c.spec);
+        auto track = OpenDescription(c.plan);
         ASSERT_TRUE(track);
         QT::String16 name = ToString16("previous");
         EXPECT_EQ(track->GetVideoMediaCodecName(0, name), kOk);
@@ -222,11 +222,11 @@ TEST(VideoDescription, ExtensionGetters)
     };
     for (const ExtensionCase& c : cases) {
         SCOPED_TRACE(c.what);
-        ImageDescriptionSpec spec;
-        spec.extensions = c.extensions;
-        spec.colorTableId = c.colorTableId;
-        spec.size = c.size;
-        auto track = OpenDescription(spec);
+        ImageDescriptionSpec plan;
+        plan.extensions = c.extensions;
+        plan.colorTableId = c.colorTableId;
+        plan.size = c.size;
+        auto track = OpenDescription(plan);
         ASSERT_TRUE(track);
         std::uint32_t v[8] = {};
         EXPECT_EQ(track->GetVideoMediaPixelAspect(0, v[0], v[1]), c.pasp);
@@ -401,11 +401,11 @@ TEST(VideoDescription, TrackApertures)
     auto aperture = [](const char* type, std::int32_t w, std::int32_t h) {
         return Atom(type, ByteWriter().U32(0).U32(static_cast<std::uint32_t>(w)).U32(static_cast<std::uint32_t>(h)));
     };
-    TrackSpec spec = VideoTrack({ImageDescription({})});
-    spec.beforeMdia = {Atom("tapt", std::vector<Atom>{aperture("clef", 0x00c2aaab, 144 << 16),
+    TrackSpec plan = VideoTrack({ImageDescription({})});
+    plan.beforeMdia = {Atom("tapt", std::vector<Atom>{aperture("clef", 0x00c2aaab, 144 << 16),
                                                         aperture("prof", 176 << 16, 144 << 16),
                                                         aperture("enof", -(1 << 16), 0x8000)})};
-    auto track = OpenTrack(spec);
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     float w = 0, h = 0;
     ASSERT_TRUE(track->GetTrackCleanApertureDimensions(w, h));
@@ -418,8 +418,8 @@ TEST(VideoDescription, TrackApertures)
     EXPECT_FLOAT_EQ(h, 0.5f);
 
     // Absent atoms, and one too short to hold its height, leave the outputs alone.
-    spec.beforeMdia = {Atom("tapt", std::vector<Atom>{Atom("clef", ByteWriter().U32(0).U32(1 << 16))})};
-    auto bare = OpenTrack(spec);
+    plan.beforeMdia = {Atom("tapt", std::vector<Atom>{Atom("clef", ByteWriter().U32(0).U32(1 << 16))})};
+    auto bare = OpenTrack(plan);
     ASSERT_TRUE(bare);
     w = 5, h = 6;
     EXPECT_FALSE(bare->GetTrackCleanApertureDimensions(w, h));
@@ -451,13 +451,13 @@ TEST(VideoDescription, FrameStructure)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        TrackSpec spec = VideoTrack({ImageDescription({})});
-        spec.stts = {{3, 100}};
-        spec.stsc = {{1, 3, 1}};
-        spec.stszSizes = {1, 2, 3};
-        spec.stss = c.stss;
-        spec.extraStbl = c.extra;
-        auto track = OpenTrack(spec);
+        TrackSpec plan = VideoTrack({ImageDescription({})});
+        plan.stts = {{3, 100}};
+        plan.stsc = {{1, 3, 1}};
+        plan.stszSizes = {1, 2, 3};
+        plan.stss = c.stss;
+        plan.extraStbl = c.extra;
+        auto track = OpenTrack(plan);
         ASSERT_TRUE(track);
         EXPECT_EQ(track->VideoTrackContainsDeltaFrames(), c.delta);
         EXPECT_EQ(track->VideoTrackHasTemporalReferenceData(), c.temporal);

@@ -41,9 +41,9 @@ auto Times(const Table& t) { return Column(t, &QT::VideoSampleRecord::mTime); }
 auto Sizes(const Table& t) { return Column(t, &QT::VideoSampleRecord::mSize); }
 std::vector<bool> Keys(const Table& t) { return Column(t, &QT::VideoSampleRecord::mIsKeyFrame); }
 
-Table Build(const TrackSpec& spec, QT::ResultCode expected = kOk, bool ignoreEdits = false)
+Table Build(const TrackSpec& plan, QT::ResultCode expected = kOk, bool ignoreEdits = false)
 {
-    auto track = OpenTrack(spec);
+    auto track = OpenTrack(plan);
     Table table;
     if (!track) return table;
     EXPECT_EQ(track->MakeFullVideoSampleTable(false, ignoreEdits, table), expected);
@@ -77,9 +77,9 @@ TEST(VideoSampleTable, SyncSamples)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        TrackSpec spec = TenSamples();
-        spec.stss = c.stss;
-        const Table t = Build(spec);
+        TrackSpec plan = TenSamples();
+        plan.stss = c.stss;
+        const Table t = Build(plan);
         ASSERT_EQ(t.size(), 10u);
         std::vector<bool> expected(10, false);
         for (int k : c.keys) expected[k] = true;
@@ -114,11 +114,11 @@ TEST(VideoSampleTable, ChunkPlacement)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        TrackSpec spec = TenSamples();
-        spec.stsc = c.stsc;
-        spec.stszConstant = c.constant;
-        spec.stco = c.stco;
-        const Table t = Build(spec);
+        TrackSpec plan = TenSamples();
+        plan.stsc = c.stsc;
+        plan.stszConstant = c.constant;
+        plan.stco = c.stco;
+        const Table t = Build(plan);
         EXPECT_EQ(Offsets(t), c.offsets);
         if (c.constant != 0) {
             EXPECT_EQ(Sizes(t), std::vector<std::uint32_t>(10, c.constant));
@@ -145,53 +145,53 @@ TEST(VideoSampleTable, LargeChunkOffsetsAndBothTableWidths)
 
 TEST(VideoSampleTable, SizesAheadInAChunkAreSummedIn32Bits)
 {
-    TrackSpec spec;
-    spec.stts = {{3, 100}};
-    spec.duration = spec.mediaDuration = 300;
-    spec.stsc = {{1, 3, 1}};
-    spec.stszSizes = {0xffffff00u, 0x200, 5};
-    spec.stco = {0x100};
-    const Table t = Build(spec);
+    TrackSpec plan;
+    plan.stts = {{3, 100}};
+    plan.duration = plan.mediaDuration = 300;
+    plan.stsc = {{1, 3, 1}};
+    plan.stszSizes = {0xffffff00u, 0x200, 5};
+    plan.stco = {0x100};
+    const Table t = Build(plan);
     EXPECT_EQ(Offsets(t), (std::vector<std::uint64_t>{0x100, 0x100 + 0xffffff00ull, 0x100 + 0x100}));
 }
 
 TEST(VideoSampleTable, ManySamplesInOneChunk)
 {
-    TrackSpec spec;
+    TrackSpec plan;
     constexpr std::uint32_t kCount = 5000;
-    spec.stts = {{kCount, 1}};
-    spec.duration = spec.mediaDuration = kCount;
-    spec.stsc = {{1, kCount, 1}};
-    spec.stszSizes.resize(kCount);
-    for (std::uint32_t i = 0; i < kCount; ++i) spec.stszSizes[i] = i % 97 + 1;
-    spec.stco = {64};
-    const Table t = Build(spec);
+    plan.stts = {{kCount, 1}};
+    plan.duration = plan.mediaDuration = kCount;
+    plan.stsc = {{1, kCount, 1}};
+    plan.stszSizes.resize(kCount);
+    for (std::uint32_t i = 0; i < kCount; ++i) plan.stszSizes[i] = i % 97 + 1;
+    plan.stco = {64};
+    const Table t = Build(plan);
     ASSERT_EQ(t.size(), kCount);
     std::uint64_t expected = 64;
     for (std::uint32_t i = 0; i < kCount; ++i) {
         ASSERT_EQ(t[i].mOffset, expected) << i;
-        expected += spec.stszSizes[i];
+        expected += plan.stszSizes[i];
     }
 }
 
 TEST(VideoSampleTable, DurationsFollowStts)
 {
-    TrackSpec spec = TenSamples();
-    spec.stts = {{3, 10}, {5, 20}, {2, 30}};
-    spec.duration = spec.mediaDuration = 190;
-    EXPECT_EQ(Durations(Build(spec)), (std::vector<std::uint32_t>{10, 10, 10, 20, 20, 20, 20, 20, 30, 30}));
+    TrackSpec plan = TenSamples();
+    plan.stts = {{3, 10}, {5, 20}, {2, 30}};
+    plan.duration = plan.mediaDuration = 190;
+    EXPECT_EQ(Durations(Build(plan)), (std::vector<std::uint32_t>{10, 10, 10, 20, 20, 20, 20, 20, 30, 30}));
     // A sample past its entry moves on by one entry only, so an empty entry
     // lends its duration to the sample that meets it.
-    spec.stts = {{4, 10}, {0, 99}, {6, 20}};
-    spec.duration = spec.mediaDuration = 300;
-    EXPECT_EQ(Durations(Build(spec)), (std::vector<std::uint32_t>{10, 10, 10, 10, 99, 20, 20, 20, 20, 20}));
+    plan.stts = {{4, 10}, {0, 99}, {6, 20}};
+    plan.duration = plan.mediaDuration = 300;
+    EXPECT_EQ(Durations(Build(plan)), (std::vector<std::uint32_t>{10, 10, 10, 10, 99, 20, 20, 20, 20, 20}));
 }
 
 TEST(VideoSampleTable, RefusedTables)
 {
     struct Case {
         const char* what;
-        TrackSpec spec;
+        TrackSpec plan;
         QT::ResultCode result;
         std::size_t recordsAdded;
     };
@@ -233,7 +233,7 @@ TEST(VideoSampleTable, RefusedTables)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        auto track = OpenTrack(c.spec);
+        auto track = OpenTrack(c.plan);
         ASSERT_TRUE(track);
         Table table(2); // earlier content stays
         table[0].mTime = 7;
@@ -281,15 +281,15 @@ TEST(VideoSampleTable, Edits)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        TrackSpec spec = TenSamples();
-        spec.edits = c.edits;
-        spec.duration = c.trackDuration;
-        const Table t = Build(spec);
+        TrackSpec plan = TenSamples();
+        plan.edits = c.edits;
+        plan.duration = c.trackDuration;
+        const Table t = Build(plan);
         EXPECT_EQ(Offsets(t), c.offsets);
         EXPECT_EQ(Durations(t), c.durations);
         EXPECT_EQ(Times(t), c.times);
         // Ignoring the edit lists every sample with its stored duration.
-        const Table all = Build(spec, kOk, true);
+        const Table all = Build(plan, kOk, true);
         EXPECT_EQ(all.size(), 10u);
         EXPECT_EQ(Durations(all), std::vector<std::uint32_t>(10, 100));
     }
@@ -299,10 +299,10 @@ TEST(VideoSampleTable, EditInTheMovieTimeScale)
 {
     // Media at twice the movie's time scale: the edit's 150 movie units are
     // 300 media units.
-    TrackSpec spec = TenSamples();
-    spec.mediaTimeScale = 1200;
-    spec.edits = std::vector<std::array<std::uint32_t, 3>>{{150, 250, 0x10000}};
-    const Table t = Build(spec);
+    TrackSpec plan = TenSamples();
+    plan.mediaTimeScale = 1200;
+    plan.edits = std::vector<std::array<std::uint32_t, 3>>{{150, 250, 0x10000}};
+    const Table t = Build(plan);
     EXPECT_EQ(Durations(t), (std::vector<std::uint32_t>{50, 100, 100, 100}));
     EXPECT_EQ(Offsets(t).front(), 2000u);
 }
@@ -314,9 +314,9 @@ TEST(VideoSampleTable, EditListsThatCannotBeApplied)
         {{1000, 0, 0x20000}},                              // rate 2.0
     };
     for (const auto& edits : lists) {
-        TrackSpec spec = TenSamples();
-        spec.edits = edits;
-        auto track = OpenTrack(spec);
+        TrackSpec plan = TenSamples();
+        plan.edits = edits;
+        auto track = OpenTrack(plan);
         ASSERT_TRUE(track);
         Table table(1);
         EXPECT_EQ(track->MakeFullVideoSampleTable(true, false, table), QT::kResultEditListNotSimple);
@@ -328,9 +328,9 @@ TEST(VideoSampleTable, EditListsThatCannotBeApplied)
 
 TEST(VideoSampleTable, LimitCountsRecordsNotSamples)
 {
-    TrackSpec spec = TenSamples();
-    spec.edits = std::vector<std::array<std::uint32_t, 3>>{{700, 300, 0x10000}};
-    auto track = OpenTrack(spec);
+    TrackSpec plan = TenSamples();
+    plan.edits = std::vector<std::array<std::uint32_t, 3>>{{700, 300, 0x10000}};
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     Table t;
     ASSERT_EQ(track->MakeVideoSampleTable(false, false, 5, t), kOk);
@@ -369,9 +369,9 @@ TEST(VideoSampleTable, SortOrders)
 
 TEST(VideoSampleTable, OnlyForVideo)
 {
-    TrackSpec spec = TenSamples();
-    spec.mediaType = "soun";
-    auto track = OpenTrack(spec);
+    TrackSpec plan = TenSamples();
+    plan.mediaType = "soun";
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     Table t;
     try {

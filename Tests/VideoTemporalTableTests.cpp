@@ -73,9 +73,9 @@ protected:
         return out;
     }
 
-    Table Make(const TrackSpec& spec, QT::ResultCode expected, Table table = {})
+    Table Make(const TrackSpec& plan, QT::ResultCode expected, Table table = {})
     {
-        auto track = OpenTrack(spec);
+        auto track = OpenTrack(plan);
         if (!track) return table;
         EXPECT_EQ(track->MakeVideoTemporalReferenceTable(table), expected);
         return table;
@@ -88,7 +88,7 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
 {
     struct Case {
         const char* what;
-        TrackSpec spec;
+        TrackSpec plan;
         std::vector<Row> rows;
     };
     Bytes wrapFlags(201, 0x08);
@@ -121,7 +121,7 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_EQ(Rows(Make(c.spec, kOk)), c.rows);
+        EXPECT_EQ(Rows(Make(c.plan, kOk)), c.rows);
     }
     EXPECT_TRUE(mLines.empty());
 }
@@ -144,7 +144,7 @@ TEST_F(VideoTemporalTable, InvalidTables)
 {
     struct Case {
         const char* what;
-        TrackSpec spec;
+        TrackSpec plan;
         std::vector<Row> rows;
         std::vector<std::string> messages;
     };
@@ -170,7 +170,7 @@ TEST_F(VideoTemporalTable, InvalidTables)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         mLines.clear();
-        EXPECT_EQ(Rows(Make(c.spec, kInvalid)), c.rows);
+        EXPECT_EQ(Rows(Make(c.plan, kInvalid)), c.rows);
         EXPECT_EQ(Messages(), c.messages);
     }
 }
@@ -189,8 +189,8 @@ TEST_F(VideoTemporalTable, TablesThatCannotStartLeaveTheTableAlone)
     noSdtp.extraStbl = {Ctts(kIPBBOffsets)};
     TrackSpec noCtts = Frames(kIPBB, kIPBBOffsets);
     noCtts.extraStbl = {Sdtp(kIPBB)};
-    for (const TrackSpec& spec : {noSdtp, noCtts}) {
-        EXPECT_EQ(Rows(Make(spec, kInvalid, held)), Rows(held));
+    for (const TrackSpec& plan : {noSdtp, noCtts}) {
+        EXPECT_EQ(Rows(Make(plan, kInvalid, held)), Rows(held));
     }
     EXPECT_TRUE(mLines.empty());
     // An `sdtp` with fewer flags than samples is refused before the table is
@@ -224,9 +224,9 @@ TEST_F(VideoTemporalTable, TraceFollowsTheSettings)
 
 TEST_F(VideoTemporalTable, OnlyForVideo)
 {
-    TrackSpec spec = Frames(kIPBB, kIPBBOffsets);
-    spec.mediaType = "soun";
-    auto track = OpenTrack(spec);
+    TrackSpec plan = Frames(kIPBB, kIPBBOffsets);
+    plan.mediaType = "soun";
+    auto track = OpenTrack(plan);
     ASSERT_TRUE(track);
     Table t;
     try {

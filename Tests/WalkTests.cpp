@@ -48,9 +48,9 @@ class WalkLayout : public ::testing::TestWithParam<WalkCase> {};
 TEST_P(WalkLayout, OpensAsExpected)
 {
     const WalkCase& c = GetParam();
-    MovieSpec spec;
-    spec.tracks.push_back(TrackSpec{});
-    Atom moov = BuildMoov(spec);
+    MovieSpec plan;
+    plan.tracks.push_back(TrackSpec{});
+    Atom moov = BuildMoov(plan);
     c.edit(moov);
     OpenResult r = OpenBytes(FileWith(moov));
     ASSERT_EQ(r.code, c.code);
@@ -170,8 +170,8 @@ std::string Text(const Pelt::BinaryData& d)
 
 TEST(UserData, MovieAndTrackEntries)
 {
-    MovieSpec spec;
-    spec.tracks[0].beforeMdia.push_back(Atom("udta", std::vector<Atom>{Atom("\xa9nam", Bytes{'x'})}));
+    MovieSpec plan;
+    plan.tracks[0].beforeMdia.push_back(Atom("udta", std::vector<Atom>{Atom("\xa9nam", Bytes{'x'})}));
     // A trailing `udta` of the movie behind the last track is read twice:
     // into the last track and into the movie.
     Atom udta("udta", std::vector<Atom>{Atom("name", Bytes{}), Atom("\xa9""cmt", Bytes{'a', 'b'}),
@@ -181,8 +181,8 @@ TEST(UserData, MovieAndTrackEntries)
     trailer.insert(trailer.end(), {0, 0, 0, 0}); // the terminating zero of the format
     trailer[3] = static_cast<std::uint8_t>(trailer.size());
     Atom raw("udta", Bytes(trailer.begin() + 8, trailer.end()));
-    spec.extraMoov.push_back(raw);
-    OpenResult r = OpenSpec(spec);
+    plan.extraMoov.push_back(raw);
+    OpenResult r = OpenSpec(plan);
     ASSERT_EQ(r.code, QT::kResultSuccess);
 
     ASSERT_EQ(r.movie->GetUserDataCount(), 3u);
@@ -210,9 +210,9 @@ TEST(UserData, MovieAndTrackEntries)
 
 TEST(UserData, SmallUdtaAndShortChildren)
 {
-    MovieSpec spec;
-    spec.extraMoov.push_back(Atom("udta"));
-    OpenResult r = OpenSpec(spec);
+    MovieSpec plan;
+    plan.extraMoov.push_back(Atom("udta"));
+    OpenResult r = OpenSpec(plan);
     ASSERT_EQ(r.code, QT::kResultSuccess);
     EXPECT_EQ(r.movie->GetUserDataCount(), 0u);
 
@@ -233,10 +233,10 @@ TEST(UserData, SmallUdtaAndShortChildren)
 
 TEST(ChildAtom, FindsDirectChildrenFromTheBytes)
 {
-    MovieSpec spec;
-    spec.extraMoov.push_back(Atom("uuid", Bytes{1, 2, 3}));
-    spec.extraMoov.push_back(Atom("free"));
-    OpenResult r = OpenSpec(spec);
+    MovieSpec plan;
+    plan.extraMoov.push_back(Atom("uuid", Bytes{1, 2, 3}));
+    plan.extraMoov.push_back(Atom("free"));
+    OpenResult r = OpenSpec(plan);
     ASSERT_EQ(r.code, QT::kResultSuccess);
     Pelt::BinaryData data;
     ASSERT_EQ(r.movie->GetChildAtom(QT::MakeFourCC("mvhd"), data), 0u);
@@ -248,7 +248,7 @@ TEST(ChildAtom, FindsDirectChildrenFromTheBytes)
     EXPECT_EQ(r.movie->GetChildAtom(QT::MakeFourCC("free"), data), QT::kResultNotFound);
     EXPECT_EQ(r.movie->GetChildAtom(QT::MakeFourCC("abcd"), data), QT::kResultNotFound);
     EXPECT_EQ(data.Size(), 3u);
-    EXPECT_EQ(r.movie->GetMovieAtomSize(), BuildMoov(spec).Serialize().size());
+    EXPECT_EQ(r.movie->GetMovieAtomSize(), BuildMoov(plan).Serialize().size());
 }
 
 TEST(BinaryData, NullAndOwnership)
@@ -259,9 +259,9 @@ TEST(BinaryData, NullAndOwnership)
     EXPECT_THROW(Pelt::BinaryData(&byte, 0), vellum::config::Error);
     Pelt::BinaryData kept;
     {
-        MovieSpec spec;
-        spec.extraMoov.push_back(Atom("udta", std::vector<Atom>{Atom("abcd", Bytes{9, 8})}));
-        OpenResult r = OpenSpec(spec);
+        MovieSpec plan;
+        plan.extraMoov.push_back(Atom("udta", std::vector<Atom>{Atom("abcd", Bytes{9, 8})}));
+        OpenResult r = OpenSpec(plan);
         ASSERT_EQ(r.code, QT::kResultSuccess);
         ASSERT_TRUE(r.movie->GetUserDataByType(QT::MakeFourCC("abcd"), kept));
     }

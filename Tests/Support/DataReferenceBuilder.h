@@ -28,37 +28,37 @@ struct AliasRecordSpec {
 
 inline AliasRecordSpec Alias(std::string fileName, std::vector<std::pair<std::int16_t, std::string>> tags = {})
 {
-    AliasRecordSpec spec;
-    spec.fileName = std::move(fileName);
-    spec.tags = std::move(tags);
-    return spec;
+    AliasRecordSpec plan;
+    plan.fileName = std::move(fileName);
+    plan.tags = std::move(tags);
+    return plan;
 }
 
 // The whole `dref` entry: size, `alis`, version and flags, the record.
-inline Bytes AliasEntry(const AliasRecordSpec& spec)
+inline Bytes AliasEntry(const AliasRecordSpec& plan)
 {
     ByteWriter record;
     record.U32(0).U16(0); // user type; the record size is written below
     record.U16(2).U16(0); // version, kind: a file
-    record.U8(static_cast<std::uint32_t>(spec.volumeName.size())).Text(spec.volumeName);
-    record.Zeros(27 - spec.volumeName.size());
+    record.U8(static_cast<std::uint32_t>(plan.volumeName.size())).Text(plan.volumeName);
+    record.Zeros(27 - plan.volumeName.size());
     record.U32(0).U16(0x482b).U16(0).U32(16); // volume date, file system, drive type, parent directory
-    record.U8(spec.fileNameLength.value_or(static_cast<std::uint8_t>(spec.fileName.size())))
-        .Text(spec.fileName)
-        .Zeros(63 - spec.fileName.size());
+    record.U8(plan.fileNameLength.value_or(static_cast<std::uint8_t>(plan.fileName.size())))
+        .Text(plan.fileName)
+        .Zeros(63 - plan.fileName.size());
     record.U32(42).U32(0).Code("MooV").Code("TVOD"); // file number, date, type, creator
-    record.U16(spec.levelsFrom).U16(spec.levelsTo).U32(0).U16(0).Zeros(10);
-    for (const auto& [tag, text] : spec.tags) {
+    record.U16(plan.levelsFrom).U16(plan.levelsTo).U32(0).U16(0).Zeros(10);
+    for (const auto& [tag, text] : plan.tags) {
         record.U16(static_cast<std::uint16_t>(tag)).U16(static_cast<std::uint32_t>(text.size())).Text(text);
         if (text.size() % 2) record.U8(0);
     }
-    if (spec.closeTags) record.U16(0xffff).U16(0);
+    if (plan.closeTags) record.U16(0xffff).U16(0);
     Bytes data = record.Take();
-    const auto size = static_cast<std::uint16_t>(spec.recordSize.value_or(static_cast<std::uint16_t>(data.size())));
+    const auto size = static_cast<std::uint16_t>(plan.recordSize.value_or(static_cast<std::uint16_t>(data.size())));
     data[4] = static_cast<std::uint8_t>(size >> 8);
     data[5] = static_cast<std::uint8_t>(size);
     ByteWriter entry;
-    entry.U32(static_cast<std::uint32_t>(12 + data.size())).Code("alis").U16(0).U8(0).U8(spec.flags).Raw(data);
+    entry.U32(static_cast<std::uint32_t>(12 + data.size())).Code("alis").U16(0).U8(0).U8(plan.flags).Raw(data);
     return entry.Take();
 }
 

@@ -171,28 +171,28 @@ Atom SelfContainedDinf()
     return Atom("dinf", {dref});
 }
 
-Bytes ImageDescription(const ImageDescriptionSpec& spec)
+Bytes ImageDescription(const ImageDescriptionSpec& plan)
 {
     ByteWriter w;
-    w.U32(spec.size.value_or(static_cast<std::uint32_t>(86 + spec.extensions.size())))
-        .Code(spec.format.c_str())
+    w.U32(plan.size.value_or(static_cast<std::uint32_t>(86 + plan.extensions.size())))
+        .Code(plan.format.c_str())
         .Zeros(6)
         .U16(1)
         .U16(0)
         .U16(0)
-        .Code(spec.vendor.c_str())
-        .U32(spec.temporalQuality)
-        .U32(spec.spatialQuality)
-        .U16(spec.width)
-        .U16(spec.height)
-        .U32(spec.horizontalResolution)
-        .U32(spec.verticalResolution)
-        .U32(spec.dataSize)
-        .U16(spec.frameCount);
+        .Code(plan.vendor.c_str())
+        .U32(plan.temporalQuality)
+        .U32(plan.spatialQuality)
+        .U16(plan.width)
+        .U16(plan.height)
+        .U32(plan.horizontalResolution)
+        .U32(plan.verticalResolution)
+        .U32(plan.dataSize)
+        .U16(plan.frameCount);
     Bytes name(32, 0);
-    name[0] = spec.nameLength.value_or(static_cast<std::uint8_t>(spec.name.size()));
-    std::copy_n(spec.name.begin(), std::min<std::size_t>(spec.name.size(), 31), name.begin() + 1);
-    w.Raw(name).U16(spec.depth).U16(spec.colorTableId).Raw(spec.extensions);
+    name[0] = plan.nameLength.value_or(static_cast<std::uint8_t>(plan.name.size()));
+    std::copy_n(plan.name.begin(), std::min<std::size_t>(plan.name.size(), 31), name.begin() + 1);
+    w.Raw(name).U16(plan.depth).U16(plan.colorTableId).Raw(plan.extensions);
     return w.Take();
 }
 
@@ -206,48 +206,48 @@ Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries)
     return Atom("ctts", w.Take());
 }
 
-Atom BuildTrak(const TrackSpec& spec)
+Atom BuildTrak(const TrackSpec& plan)
 {
     std::vector<Atom> trak;
-    trak.emplace_back("tkhd", TkhdPayload(spec.flags, spec.duration, spec.width << 16, spec.height << 16, spec.matrix));
-    for (const Atom& a : spec.beforeMdia) trak.push_back(a);
-    if (spec.edits) trak.emplace_back("edts", std::vector<Atom>{Elst(*spec.edits)});
+    trak.emplace_back("tkhd", TkhdPayload(plan.flags, plan.duration, plan.width << 16, plan.height << 16, plan.matrix));
+    for (const Atom& a : plan.beforeMdia) trak.push_back(a);
+    if (plan.edits) trak.emplace_back("edts", std::vector<Atom>{Elst(*plan.edits)});
 
     std::vector<Atom> stbl;
-    std::vector<Bytes> descriptions = spec.descriptions;
+    std::vector<Bytes> descriptions = plan.descriptions;
     if (descriptions.empty()) descriptions.push_back(SampleDescription("data", {}));
     stbl.push_back(Stsd(descriptions));
-    stbl.push_back(Stts(spec.stts));
-    if (spec.stss) stbl.push_back(Stss(*spec.stss));
-    stbl.push_back(Stsc(spec.stsc));
-    stbl.push_back(Stsz(spec.stszConstant, spec.stszSizes,
-                        spec.stszConstant ? std::optional<std::uint32_t>(static_cast<std::uint32_t>(spec.stszSizes.size()))
+    stbl.push_back(Stts(plan.stts));
+    if (plan.stss) stbl.push_back(Stss(*plan.stss));
+    stbl.push_back(Stsc(plan.stsc));
+    stbl.push_back(Stsz(plan.stszConstant, plan.stszSizes,
+                        plan.stszConstant ? std::optional<std::uint32_t>(static_cast<std::uint32_t>(plan.stszSizes.size()))
                                           : std::nullopt));
-    if (spec.co64) stbl.push_back(Co64(*spec.co64));
-    else stbl.push_back(Stco(spec.stco));
-    for (const Atom& a : spec.extraStbl) stbl.push_back(a);
-    for (const Atom& replacement : spec.replaceStbl)
+    if (plan.co64) stbl.push_back(Co64(*plan.co64));
+    else stbl.push_back(Stco(plan.stco));
+    for (const Atom& a : plan.extraStbl) stbl.push_back(a);
+    for (const Atom& replacement : plan.replaceStbl)
         for (Atom& child : stbl)
             if (child.type == replacement.type) child = replacement;
 
-    Atom mediaHeader = spec.mediaHeader ? *spec.mediaHeader
-                       : spec.mediaType == "vide" ? Atom("vmhd", ByteWriter().U32(1).Zeros(8))
-                       : spec.mediaType == "soun" ? Atom("smhd", ByteWriter().U32(0).Zeros(4))
+    Atom mediaHeader = plan.mediaHeader ? *plan.mediaHeader
+                       : plan.mediaType == "vide" ? Atom("vmhd", ByteWriter().U32(1).Zeros(8))
+                       : plan.mediaType == "soun" ? Atom("smhd", ByteWriter().U32(0).Zeros(4))
                                                   : Atom("gmhd", std::vector<Atom>{});
-    std::vector<Atom> minf{mediaHeader, spec.dinf ? *spec.dinf : SelfContainedDinf(), Atom("stbl", stbl)};
-    const std::string subtype = spec.hdlrSubtype.value_or(spec.mediaType);
-    std::vector<Atom> mdia{Atom("mdhd", MdhdPayload(spec.mediaTimeScale, spec.mediaDuration)),
+    std::vector<Atom> minf{mediaHeader, plan.dinf ? *plan.dinf : SelfContainedDinf(), Atom("stbl", stbl)};
+    const std::string subtype = plan.hdlrSubtype.value_or(plan.mediaType);
+    std::vector<Atom> mdia{Atom("mdhd", MdhdPayload(plan.mediaTimeScale, plan.mediaDuration)),
                            Atom("hdlr", HdlrPayload(subtype.c_str())), Atom("minf", minf)};
     trak.emplace_back("mdia", mdia);
-    for (const Atom& a : spec.extraTrak) trak.push_back(a);
+    for (const Atom& a : plan.extraTrak) trak.push_back(a);
     return Atom("trak", trak);
 }
 
-Atom BuildMoov(const MovieSpec& spec)
+Atom BuildMoov(const MovieSpec& plan)
 {
-    std::vector<Atom> moov{Atom("mvhd", MvhdPayload(spec.timeScale, spec.duration, spec.posterTime))};
-    for (const TrackSpec& t : spec.tracks) moov.push_back(BuildTrak(t));
-    for (const Atom& a : spec.extraMoov) moov.push_back(a);
+    std::vector<Atom> moov{Atom("mvhd", MvhdPayload(plan.timeScale, plan.duration, plan.posterTime))};
+    for (const TrackSpec& t : plan.tracks) moov.push_back(BuildTrak(t));
+    for (const Atom& a : plan.extraMoov) moov.push_back(a);
     return Atom("moov", moov);
 }
 
@@ -261,9 +261,9 @@ Bytes Concat(const std::vector<Atom>& atoms)
     return out;
 }
 
-Bytes BuildMovieFile(const MovieSpec& spec, const Bytes& mdatPayload)
+Bytes BuildMovieFile(const MovieSpec& plan, const Bytes& mdatPayload)
 {
-    return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), BuildMoov(spec),
+    return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), BuildMoov(plan),
                    Atom("mdat", mdatPayload)});
 }
 

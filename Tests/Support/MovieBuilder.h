@@ -88,7 +88,7 @@ struct ImageDescriptionSpec {
     Bytes extensions{};                      // extension atoms, as bytes
     std::optional<std::uint32_t> size{};     // replaces the size field
 };
-Bytes ImageDescription(const ImageDescriptionSpec& spec);
+Bytes ImageDescription(const ImageDescriptionSpec& plan);
 // `sdtp` with one flag byte per sample; `ctts` with sample count, offset pairs.
 Atom Sdtp(const Bytes& flags);
 Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries);
@@ -120,7 +120,7 @@ struct TrackSpec {
     std::optional<std::string> hdlrSubtype; // replaces the subtype taken from mediaType
 };
 
-Atom BuildTrak(const TrackSpec& spec);
+Atom BuildTrak(const TrackSpec& plan);
 
 struct MovieSpec {
     std::uint32_t timeScale = 600;
@@ -130,9 +130,9 @@ struct MovieSpec {
     std::vector<Atom> extraMoov; // more children of `moov` behind the tracks (udta, meta, ...)
 };
 
-Atom BuildMoov(const MovieSpec& spec);
+Atom BuildMoov(const MovieSpec& plan);
 // `ftyp`, the movie atom, and `mdat` with `mdatPayload` behind it.
-Bytes BuildMovieFile(const MovieSpec& spec, const Bytes& mdatPayload = {});
+Bytes BuildMovieFile(const MovieSpec& plan, const Bytes& mdatPayload = {});
 // Any atoms in a row.
 Bytes Concat(const std::vector<Atom>& atoms);
 

@@ -10,9 +10,9 @@
 namespace testsupport {
 
 // The track keeps the movie's store alive; the file is gone when this returns.
-inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MovieSpec& spec, std::uint64_t index = 0)
+inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MovieSpec& plan, std::uint64_t index = 0)
 {
-    TempFile file(BuildMovieFile(spec));
+    TempFile file(BuildMovieFile(plan));
     Tessel::InterfaceRef<QT::IQTMovie> movie;
     const QT::ResultCode code = QT::MakeParser()->OpenMovie(file.Path16(), movie);
     EXPECT_EQ(code, QT::kResultSuccess);
@@ -23,9 +23,9 @@ inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MovieSpec& spec, std::
 // A movie of one track.
 inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackSpec& track)
 {
-    MovieSpec spec;
-    spec.tracks = {track};
-    return OpenTrack(spec);
+    MovieSpec plan;
+    plan.tracks = {track};
+    return OpenTrack(plan);
 }
 
 } // namespace testsupport

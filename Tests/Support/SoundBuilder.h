@@ -83,9 +83,9 @@ inline TrackSpec SoundTrack(const Bytes& description)
     return t;
 }
 
-inline Tessel::InterfaceRef<QT::IQTMovie> OpenMovieSpec(const MovieSpec& spec)
+inline Tessel::InterfaceRef<QT::IQTMovie> OpenMovieSpec(const MovieSpec& plan)
 {
-    TempFile file(BuildMovieFile(spec));
+    TempFile file(BuildMovieFile(plan));
     Tessel::InterfaceRef<QT::IQTMovie> movie;
     if (QT::MakeParser()->OpenMovie(file.Path16(), movie) != QT::kResultSuccess) return {};
     return movie;
@@ -94,10 +94,10 @@ inline Tessel::InterfaceRef<QT::IQTMovie> OpenMovieSpec(const MovieSpec& spec)
 // Track 0 of a movie with just this track, the movie time scale at 48000.
 inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackSpec& track, std::uint32_t movieTimeScale = 48000)
 {
-    MovieSpec spec;
-    spec.timeScale = movieTimeScale;
-    spec.tracks = {track};
-    Tessel::InterfaceRef<QT::IQTMovie> movie = OpenMovieSpec(spec);
+    MovieSpec plan;
+    plan.timeScale = movieTimeScale;
+    plan.tracks = {track};
+    Tessel::InterfaceRef<QT::IQTMovie> movie = OpenMovieSpec(plan);
     if (!movie) return {};
     return movie->GetIndTrack(0);
 }

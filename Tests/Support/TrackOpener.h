@@ -56,10 +56,10 @@ inline OpenedTrack OpenTrackOf(const TrackSpec& track, std::uint32_t movieTimeSc
 // `ftyp`, then `mdat` with `mdatPayload`, then the movie atom: the payload's
 // first byte stands at kMdatPayloadStart, whatever the movie atom holds.
 constexpr std::uint32_t kMdatPayloadStart = 28;
-inline Bytes BuildMovieFileMediaFirst(const MovieSpec& spec, const Bytes& mdatPayload)
+inline Bytes BuildMovieFileMediaFirst(const MovieSpec& plan, const Bytes& mdatPayload)
 {
     return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), Atom("mdat", mdatPayload),
-                   BuildMoov(spec)});
+                   BuildMoov(plan)});
 }
 
 inline std::filesystem::path CorpusPath(const std::string& name) { return TestDataDir() / "corpus" / (name + ".mov"); }

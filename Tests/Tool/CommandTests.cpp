@@ -250,8 +250,8 @@ TEST(Dump, MetadataInMapOrderWithEveryKindOfValue)
         return Atom("ilst", w.Take());
     };
     const std::vector<std::string> names = {"title", "\xff\xfe", "count", "big", "ratio", "blob", "wide", "q\"\n"};
-    MovieSpec spec;
-    spec.extraMoov.push_back(Atom("meta", {Atom("hdlr", HdlrPayload("mdta")), keys(names),
+    MovieSpec plan;
+    plan.extraMoov.push_back(Atom("meta", {Atom("hdlr", HdlrPayload("mdta")), keys(names),
                                            ilst({{1, 1, {'H', 'i'}},
                                                  {2, 1, {'x'}},
                                                  {3, 21, {0xff, 0xfe}},
@@ -260,7 +260,7 @@ TEST(Dump, MetadataInMapOrderWithEveryKindOfValue)
                                                  {6, 0, {0xde, 0xad}},
                                                  {7, 24, {0x3f, 0xf8, 0, 0, 0, 0, 0, 0}},
                                                  {8, 2, {'o', 'k'}}})}));
-    TempFile movie(BuildMovieFile(spec));
+    TempFile movie(BuildMovieFile(plan));
     const ToolResult r = RunTool({"dump", movie.Path().string()});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const nlohmann::json metadata = ParseOut(r)["movie"]["metadata"];
@@ -279,12 +279,12 @@ TEST(Dump, MetadataInMapOrderWithEveryKindOfValue)
 
 TEST(Dump, UserDataInOrderAsHex)
 {
-    MovieSpec spec;
+    MovieSpec plan;
     ByteWriter name;
     name.U16(3).U16(0x55c4).Text("abc");
-    spec.extraMoov.push_back(
+    plan.extraMoov.push_back(
         Atom("udta", {Atom("\xa9nam", name.Take()), Atom("free", Bytes{}), Atom("AllF", Bytes{1, 2})}));
-    TempFile movie(BuildMovieFile(spec));
+    TempFile movie(BuildMovieFile(plan));
     const ToolResult r = RunTool({"dump", movie.Path().string()});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const nlohmann::json userData = ParseOut(r)["movie"]["userData"];

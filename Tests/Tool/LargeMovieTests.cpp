@@ -45,10 +45,10 @@ TEST(LargeMovie, TablesStreamOutOneRecordALine)
     video.stco.resize(kFrames);
     for (std::uint32_t i = 0; i < kFrames; ++i) video.stco[i] = 4096 + i;
     video.stss = std::vector<std::uint32_t>{1, kFrames};
-    MovieSpec spec;
-    spec.duration = video.duration;
-    spec.tracks = {video};
-    TempFile movie(BuildMovieFile(spec));
+    MovieSpec plan;
+    plan.duration = video.duration;
+    plan.tracks = {video};
+    TempFile movie(BuildMovieFile(plan));
 
     const ToolResult r = RunTool({"dump", movie.Path().string()});
     ASSERT_EQ(r.exitCode, 0) << r.err;

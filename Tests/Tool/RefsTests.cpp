@@ -31,10 +31,10 @@ class ReferenceMovie {
 public:
     ReferenceMovie()
     {
-        MovieSpec spec;
-        spec.tracks = {ReferenceTrack("vide", "clip.mov", "/clips/clip.mov"),
+        MovieSpec plan;
+        plan.tracks = {ReferenceTrack("vide", "clip.mov", "/clips/clip.mov"),
                        ReferenceTrack("soun", "take.wav", "/sound/take.wav")};
-        mMovie = std::make_unique<TempFile>(BuildMovieFile(spec), "edit.mov");
+        mMovie = std::make_unique<TempFile>(BuildMovieFile(plan), "edit.mov");
     }
     std::string Path() const { return mMovie->Path().string(); }
     // Puts a file of that name beside the movie.
@@ -79,10 +79,10 @@ TEST(Refs, SelfContainedMoviePrintsNothing)
 TEST(Refs, UnreadableReferencesFail)
 {
     // The count claims a second entry that the `dref` atom does not hold.
-    MovieSpec spec;
-    spec.tracks = {TrackSpec{}};
-    spec.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    TempFile movie(BuildMovieFile(spec));
+    MovieSpec plan;
+    plan.tracks = {TrackSpec{}};
+    plan.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
+    TempFile movie(BuildMovieFile(plan));
     const ToolResult r = RunTool({"refs", movie.Path().string()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "atomscan: " + movie.Path().string() + ": the data references of a track could not all be read\n");

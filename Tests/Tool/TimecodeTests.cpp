@@ -29,13 +29,13 @@ Bytes TimecodeMovie(const TimecodeCase& c)
     track.flags = 0;
     track.descriptions = {SampleDescription("tmcd", body.Take())};
     track.stszSizes = {4};
-    MovieSpec spec;
-    spec.tracks = {track};
+    MovieSpec plan;
+    plan.tracks = {track};
     const Bytes sample = ByteWriter().U32(c.sample);
     // The sample's place is known once the file's size is: `mdat` comes last.
-    const std::size_t size = BuildMovieFile(spec, sample).size();
-    spec.tracks[0].stco = {static_cast<std::uint32_t>(size - sample.size())};
-    return BuildMovieFile(spec, sample);
+    const std::size_t size = BuildMovieFile(plan, sample).size();
+    plan.tracks[0].stco = {static_cast<std::uint32_t>(size - sample.size())};
+    return BuildMovieFile(plan, sample);
 }
 
 class StartTimecode : public ::testing::TestWithParam<TimecodeCase> {};
@@ -84,9 +84,9 @@ TEST(StartTimecode, NoSampleNoFrame)
     track.descriptions = {SampleDescription("tmcd", body.Take())};
     track.stszSizes = {4};
     track.stco = {1u << 30};
-    MovieSpec spec;
-    spec.tracks = {track};
-    TempFile movie(BuildMovieFile(spec));
+    MovieSpec plan;
+    plan.tracks = {track};
+    TempFile movie(BuildMovieFile(plan));
     const nlohmann::json timecode = ParseOut(RunTool({"dump", movie.Path().string()}))["tracks"][0]["timecode"];
     EXPECT_EQ(timecode["sampleLocation"]["offset"], 1u << 30);
     EXPECT_TRUE(timecode["startFrame"].is_null());
