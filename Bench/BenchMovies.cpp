@@ -18,6 +18,28 @@ constexpr std::uint64_t kMediaStart = 64; // frames are placed from here on; the
 // A frame size between 1000 and 2999 bytes, the same for every run.
 std::uint32_t FrameSize(std::uint32_t i) { return 1000 + (i * 7919u) % 2000; }
 
+// `samples` samples of `size` bytes in `chunks` chunks (one sample a chunk by
+// default), the chunks `stride` bytes apart.
+void ConstantSizeSamples(TrackSpec& t, std::uint32_t size, std::uint32_t samples, std::uint64_t stride,
+                         std::uint32_t chunks = 0)
+{
+    if (chunks == 0) chunks = samples;
+    t.stszConstant = size;
+    t.stszSizes.clear();
+    t.replaceStbl.push_back(Stsz(size, {}, samples));
+    t.stco.resize(chunks);
+    for (std::uint32_t i = 0; i < chunks; ++i) t.stco[i] = static_cast<std::uint32_t>(kMediaStart + stride * i);
+}
+
+MovieSpec OneTrackMovie(const TrackSpec& t)
+{
+    MovieSpec m;
+    m.timeScale = kMovieScale;
+    m.duration = t.duration;
+    m.tracks = {t};
+    return m;
+}
+
 TrackSpec VideoBase(std::uint32_t width, std::uint32_t height)
 {
     TrackSpec t;
@@ -61,11 +83,7 @@ MovieSpec Video(std::uint32_t frames, std::uint32_t perChunk)
         t.stszSizes[i] = FrameSize(i);
         at += t.stszSizes[i];
     }
-    MovieSpec m;
-    m.timeScale = kMovieScale;
-    m.duration = movieDuration;
-    m.tracks = {t};
-    return m;
+    return OneTrackMovie(t);
 }
 
 // Frames in the order I P B B P B B ..., with `ctts` and `sdtp` to match;
@@ -77,11 +95,7 @@ MovieSpec Temporal(std::uint32_t frames)
     t.stts = {{frames, 1000}};
     t.mediaDuration = frames * 1000;
     t.duration = frames * 10;
-    t.stszConstant = 1500;
-    t.stszSizes.clear();
-    t.replaceStbl.push_back(Stsz(1500, {}, frames));
-    t.stco.resize(frames);
-    for (std::uint32_t i = 0; i < frames; ++i) t.stco[i] = static_cast<std::uint32_t>(kMediaStart + 1500ull * i);
+    ConstantSizeSamples(t, 1500, frames, 1500);
     std::vector<std::pair<std::uint32_t, std::int32_t>> ctts{{1, 0}};
     Bytes flags{0x60}; // earlier display allowed, depends on none
     for (std::uint32_t i = 1; i < frames; i += 3) {
@@ -93,11 +107,7 @@ MovieSpec Temporal(std::uint32_t frames)
         flags.push_back(0x08);
     }
     t.extraStbl = {Ctts(ctts), Sdtp(flags)};
-    MovieSpec m;
-    m.timeScale = kMovieScale;
-    m.duration = t.duration;
-    m.tracks = {t};
-    return m;
+    return OneTrackMovie(t);
 }
 
 // 16-bit stereo at 48 kHz, 1024 frames a chunk.
@@ -112,16 +122,8 @@ MovieSpec Audio(std::uint32_t chunks)
     t.descriptions = {SoundDescriptionV0("twos", 2, 16, 48000u << 16)};
     t.stts = {{frames, 1}};
     t.stsc = {{1, 1024, 1}};
-    t.stszConstant = 1;
-    t.stszSizes.clear();
-    t.replaceStbl.push_back(Stsz(1, {}, frames));
-    t.stco.resize(chunks);
-    for (std::uint32_t i = 0; i < chunks; ++i) t.stco[i] = static_cast<std::uint32_t>(kMediaStart + 4096ull * i);
-    MovieSpec m;
-    m.timeScale = kMovieScale;
-    m.duration = t.duration;
-    m.tracks = {t};
-    return m;
+    ConstantSizeSamples(t, 1, frames, 4096, chunks);
+    return OneTrackMovie(t);
 }
 
 // `c708` samples of 40 bytes, one a chunk, at 29.97 fps.
@@ -135,16 +137,8 @@ MovieSpec Captions(std::uint32_t samples)
     t.duration = static_cast<std::uint32_t>(std::uint64_t{samples} * 1001 / 50);
     t.descriptions = {SampleDescription("c708", {})};
     t.stts = {{samples, 1001}};
-    t.stszConstant = 40;
-    t.stszSizes.clear();
-    t.replaceStbl.push_back(Stsz(40, {}, samples));
-    t.stco.resize(samples);
-    for (std::uint32_t i = 0; i < samples; ++i) t.stco[i] = static_cast<std::uint32_t>(kMediaStart + 40ull * i);
-    MovieSpec m;
-    m.timeScale = kMovieScale;
-    m.duration = t.duration;
-    m.tracks = {t};
-    return m;
+    ConstantSizeSamples(t, 40, samples, 40);
+    return OneTrackMovie(t);
 }
 
 // Many small video tracks of different sizes.

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <type_traits>
 
 namespace atomscan_tool {
 
@@ -102,41 +103,24 @@ void JsonWriter::Bool(bool value)
     Put(value ? "true" : "false");
 }
 
-void JsonWriter::Int(std::int64_t value)
+// Shortest text that reads back as the same number.
+template <typename T>
+void JsonWriter::WriteNumber(T value)
 {
-    BeforeValue();
-    char text[24];
-    const auto result = std::to_chars(text, text + sizeof text, value);
-    Put(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
-}
-
-void JsonWriter::UInt(std::uint64_t value)
-{
-    BeforeValue();
-    char text[24];
-    const auto result = std::to_chars(text, text + sizeof text, value);
-    Put(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
-}
-
-void JsonWriter::Double(double value)
-{
-    if (std::isnan(value)) return String("nan");
-    if (std::isinf(value)) return String(value > 0 ? "inf" : "-inf");
+    if constexpr (std::is_floating_point_v<T>) {
+        if (std::isnan(value)) return String("nan");
+        if (std::isinf(value)) return String(value > 0 ? "inf" : "-inf");
+    }
     BeforeValue();
     char text[32];
     const auto result = std::to_chars(text, text + sizeof text, value);
     Put(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
 }
 
-void JsonWriter::Float(float value)
-{
-    if (std::isnan(value)) return String("nan");
-    if (std::isinf(value)) return String(value > 0 ? "inf" : "-inf");
-    BeforeValue();
-    char text[32];
-    const auto result = std::to_chars(text, text + sizeof text, value);
-    Put(std::string_view(text, static_cast<std::size_t>(result.ptr - text)));
-}
+void JsonWriter::Int(std::int64_t value) { WriteNumber(value); }
+void JsonWriter::UInt(std::uint64_t value) { WriteNumber(value); }
+void JsonWriter::Double(double value) { WriteNumber(value); }
+void JsonWriter::Float(float value) { WriteNumber(value); }
 
 void JsonWriter::String(std::string_view utf8)
 {

@@ -47,6 +47,8 @@ private:
         bool empty;
     };
 
+    template <typename T>
+    void WriteNumber(T value);
     void BeforeValue();
     void Quoted(std::string_view utf8);
     void NewLine();
