@@ -62,6 +62,8 @@ TEST(VideoDescription, ExtensionSearch)
         // Its payload would end 4 bytes behind the description.
         {"pasp claiming bytes past the description", Join({Fiel(1, 0), Ext("pasp", ByteWriter().U32(1), 16)}), {},
          "fiel"},
+        {"field count 3", Fiel(3, 0), {}, ""},
+        {"field ordering 5", Fiel(2, 5), {}, ""},
     };
     for (const auto& [what, extensions, size, found] : cases) {
         SCOPED_TRACE(what);
@@ -98,9 +100,12 @@ TEST(VideoDescriptionExport, OneExtension)
     // table behind a fixed part whose colour table id is 0 (which the search
     // steps over) fail, and leave the output as it was.
     const std::tuple<int, QT::FourCC, QT::ResultCode, Bytes> cases[] = {
-        {0, QT::MakeFourCC("pasp"), kOk, pasp},           {0, QT::MakeFourCC("gama"), QT::kResultNotFound, pasp},
-        {0, QT::MakeFourCC("colr"), QT::kResultNotFound, pasp}, {-1, QT::MakeFourCC("pasp"), QT::kResultNotFound, pasp},
-        {1, QT::MakeFourCC("clut"), QT::kResultNotFound, pasp}, {1, QT::MakeFourCC("fiel"), kOk, {1, 0}},
+        {0, QT::MakeFourCC("pasp"), kOk, pasp},
+        {0, QT::MakeFourCC("gama"), QT::kResultNotFound, pasp},
+        {0, QT::MakeFourCC("colr"), QT::kResultNotFound, pasp},
+        {-1, QT::MakeFourCC("pasp"), QT::kResultNotFound, pasp},
+        {1, QT::MakeFourCC("clut"), QT::kResultNotFound, pasp},
+        {1, QT::MakeFourCC("fiel"), kOk, {1, 0}},
         {2, QT::MakeFourCC("clut"), kOk, Bytes(8, 0xcc)},
     };
     Pelt::BinaryData out;
@@ -119,7 +124,7 @@ TEST(VideoDescriptionExport, WholeDescriptions)
     const Bytes nclc = Ext("colr", ByteWriter().Code("nclc").U16(1).U16(6).U16(7));
     const Bytes first = ImageDescription({.format = "apcn", .vendor = "FFMP", .temporalQuality = 0x01020304,
                                           .spatialQuality = 0x05060708, .width = 720, .height = 486,
-                                          .dataSize = 0x0a0b0c0d, .name = "Apple ProRes", .colorTableId = 0xfffe,
+                                          .dataSize = 0x0a0b0c0d, .name = "Lavc prores_ks", .colorTableId = 0xfffe,
                                           .extensions = Join({paspWrong, clap, gama, nclc, Fiel(2, 9), Pasp(4, 3)})});
     const Bytes second = ImageDescription({.extensions = Join({Pasp(16, 11), Colr("nclx", 1)})});
     auto track = Open({first, second});
@@ -142,7 +147,7 @@ TEST(VideoDescriptionExport, WholeDescriptions)
     // Spot checks of the hand-turned form: the size little-endian, the format backwards, the name as it was.
     EXPECT_EQ(Bytes(expected[0].begin(), expected[0].begin() + 8),
               Bytes({std::uint8_t(first.size()), 0, 0, 0, 'n', 'c', 'p', 'a'}));
-    EXPECT_EQ(std::string(expected[0].begin() + 51, expected[0].begin() + 63), "Apple ProRes");
+    EXPECT_EQ(std::string(expected[0].begin() + 51, expected[0].begin() + 65), "Lavc prores_ks");
     EXPECT_EQ(track->GetVideoMediaImageDescriptionAsBinary(-1, out), QT::kResultNotFound);
     EXPECT_EQ(track->GetVideoMediaImageDescriptionAsPlatformBinary(-1, out), QT::kResultNotFound);
     EXPECT_EQ(ToBytes(out), second);

@@ -61,6 +61,7 @@ TEST(VideoSampleTable, Records)
          {1000, 1000 + 0xffffff00ull, 1000 + 0x100, 2000, 2013, 2027, 3000, 3016, 3033, 4000}},
         {"edit from inside a sample: samples", Edit(300, 250), kSize, {12, 13, 14, 15}},
         {"edit from inside a sample: durations", Edit(300, 250), kDuration, {50, 100, 100, 100}},
+        {"edit from inside a sample: times", Edit(300, 250), kTime, {0, 50, 150, 250}},
         {"edit ending inside a sample", Edit(320, 0), kDuration, {100, 100, 100, 20}},
     };
     for (const auto& [what, change, field, expected] : cases) {

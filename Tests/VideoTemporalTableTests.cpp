@@ -51,7 +51,7 @@ protected:
         });
         vellum::debug::SetTraceLevel("Atomscan", 5);
     }
-    void TearDown() override { vellum::debug::ClearTraceLevels(), vellum::debug::SetTraceSink(nullptr); }
+    void TearDown() override { vellum::debug::ClearTraceLevels(); vellum::debug::SetTraceSink(nullptr); }
     Rows Make(const TrackSpec& plan, QT::ResultCode expected)
     {
         auto track = OpenTrack(plan);
@@ -70,6 +70,9 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
     TrackSpec ipbb = Frames(kIPBB, kIPBBOffsets);
     ipbb.stts = {{1, 100}, {3, 50}}; // offsets are divided by the first duration only
     EXPECT_EQ(Make(ipbb, QT::kResultSuccess), kIPBBRows);
+    // An anchor without references (0x40 and 0x20 together) is a key frame that may be shown before others.
+    EXPECT_TRUE(OpenTrack(ipbb)->VideoTrackHasEarlierDisplayKeyFrames());
+    EXPECT_FALSE(OpenTrack(Frames({0x40, 0x20, 0x08, 0x08}, kIPBBOffsets))->VideoTrackHasEarlierDisplayKeyFrames());
     EXPECT_EQ(mMessages, Lines{});
 }
 
