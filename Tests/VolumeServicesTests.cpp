@@ -1,131 +1,74 @@
-// The mounted volumes of this machine, and the real table built from them.
+// The mounted volumes of this machine, and labels read from volume images.
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <cstring>
+#include <string_view>
 
 #include "Src/ExternalReferences.h"
 #include "Tests/Support/MovieBuilder.h"
 #include "vellum/VolumeServices.h"
 
-using vellum::filesupport::MountedVolume;
+namespace fs = vellum::filesupport;
+using testsupport::Bytes;
+using namespace std::string_view_literals;
 
 namespace {
 
-TEST(VolumeServices, SystemListHasTheRootAndClosedRoots)
+// The real table lists the system's volumes in order. Roots close with "/",
+// "/" is ready, and a pseudo file system has no label to read.
+TEST(VolumeServices, RealTableListsTheSystemVolumes)
 {
-    const std::vector<MountedVolume> volumes = vellum::filesupport::ListSystemMountedVolumes();
-    ASSERT_FALSE(volumes.empty());
-    const auto root = std::find_if(volumes.begin(), volumes.end(), [](const MountedVolume& v) { return v.rootPath == u"/"; });
-    ASSERT_NE(root, volumes.end());
-    EXPECT_TRUE(root->isReady);
-    EXPECT_FALSE(root->isFloppy);
-    for (const MountedVolume& v : volumes) {
-        ASSERT_GE(v.rootPath.size(), 1u);
-        EXPECT_EQ(v.rootPath.front(), u'/');
-        EXPECT_EQ(v.rootPath.back(), u'/');
-        // Only a label that was read may be non-empty.
-        if (!v.labelReadable) {
-            EXPECT_TRUE(v.label.empty());
-        }
+    const std::vector<fs::MountedVolume> volumes = fs::ListSystemMountedVolumes();
+    const QT::LogicalDriveRows rows = QT::LogicalDriveTable().GetRows();
+    ASSERT_EQ(rows.size(), volumes.size());
+    bool rootReady = false;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const fs::MountedVolume& v = volumes[i];
+        SCOPED_TRACE(vellum::utility::UTF16to8(v.rootPath));
+        EXPECT_EQ(rows[i].rootPath, v.rootPath);
+        EXPECT_TRUE(!v.rootPath.empty() && v.rootPath.front() == u'/' && v.rootPath.back() == u'/');
+        EXPECT_TRUE(v.labelReadable || v.label.empty());
+        EXPECT_TRUE(v.rootPath != u"/proc/" || (v.isReady && !v.labelReadable));
+        rootReady |= v.rootPath == u"/" && v.isReady && !v.isFloppy;
     }
-    // /proc is a pseudo file system: present, readable now, without a label.
-    const auto proc = std::find_if(volumes.begin(), volumes.end(), [](const MountedVolume& v) { return v.rootPath == u"/proc/"; });
-    if (proc != volumes.end()) {
-        EXPECT_FALSE(proc->labelReadable);
-        EXPECT_TRUE(proc->isReady);
-    }
+    EXPECT_TRUE(rootReady);
 }
 
-TEST(VolumeServices, SystemListIsStable)
+// A swap area of ten 4 KiB pages, version 1, with its label at 1052.
+Bytes SwapImage(const std::string& label)
 {
-    const auto first = vellum::filesupport::ListSystemMountedVolumes();
-    const auto second = vellum::filesupport::ListSystemMountedVolumes();
-    ASSERT_EQ(first.size(), second.size());
-    for (std::size_t i = 0; i < first.size(); ++i) {
-        EXPECT_EQ(first[i].rootPath, second[i].rootPath);
-        EXPECT_EQ(first[i].label, second[i].label);
-        EXPECT_EQ(first[i].labelReadable, second[i].labelReadable);
-        EXPECT_EQ(first[i].isReady, second[i].isReady);
-    }
-}
-
-TEST(VolumeServices, RealTableRowsAreStableAndLookupsAgree)
-{
-    QT::LogicalDriveTable table;
-    const QT::LogicalDriveRows before = table.GetRows();
-    table.RebuildLogicalDriveTable();
-    const QT::LogicalDriveRows after = table.GetRows();
-    ASSERT_FALSE(after.empty());
-    ASSERT_EQ(before.size(), after.size());
-    for (std::size_t i = 0; i < after.size(); ++i) {
-        EXPECT_EQ(before[i].rootPath, after[i].rootPath);
-        EXPECT_EQ(before[i].volumeName, after[i].volumeName);
-    }
-    // Each ready, labelled row is found by its label, unless an earlier row has it too.
-    for (std::size_t i = 0; i < after.size(); ++i) {
-        const QT::LogicalDrive& row = after[i];
-        if (!row.isReady || row.volumeName.empty()) continue;
-        const QT::String16 found = table.FindDriveRoot(row.volumeName, true);
-        const auto first = std::find_if(after.begin(), after.end(), [&](const QT::LogicalDrive& r) {
-            return r.isReady && r.volumeName == row.volumeName;
-        });
-        EXPECT_EQ(found, first->rootPath);
-    }
-    EXPECT_EQ(table.FindDriveRoot(u"C:", true), u"");
-}
-
-// A swap area of ten 4 KiB pages: version 1 header at 1024, label at
-// 1052, signature at the end of the first page.
-testsupport::Bytes SwapImage(const std::string& label)
-{
-    testsupport::Bytes image(40960, 0);
-    image[1024] = 1;     // version
-    image[1028] = 9;     // last page
-    for (std::size_t i = 0; i < label.size() && i < 16; ++i) image[1052 + i] = static_cast<std::uint8_t>(label[i]);
-    const std::string magic = "SWAPSPACE2";
-    std::copy(magic.begin(), magic.end(), image.begin() + 4096 - 10);
+    Bytes image(40960, 0);
+    image[1024] = 1; // version
+    image[1028] = 9; // last page
+    std::memcpy(&image[1052], label.data(), label.size());
+    std::memcpy(&image[4096 - 10], "SWAPSPACE2", 10);
     return image;
 }
 
-TEST(VolumeServices, LabelsTellEmptyFromUnreadable)
+// True with the label; true and empty without one; false, and empty, when no
+// format is known or nothing can be opened.
+TEST(VolumeServices, ReadVolumeLabelTellsEmptyFromUnreadable)
 {
-    QT::String16 label = u"stale";
-    testsupport::TempFile labelled(SwapImage("Data Disk"), "labelled.img");
-    EXPECT_TRUE(vellum::filesupport::ReadVolumeLabel(labelled.Path().c_str(), label));
-    EXPECT_EQ(label, u"Data Disk");
-
-    testsupport::TempFile unlabelled(SwapImage(""), "unlabelled.img");
-    label = u"stale";
-    EXPECT_TRUE(vellum::filesupport::ReadVolumeLabel(unlabelled.Path().c_str(), label));
-    EXPECT_EQ(label, u"");
-
-    testsupport::TempFile blank(testsupport::Bytes(40960, 0), "blank.img");
-    EXPECT_FALSE(vellum::filesupport::ReadVolumeLabel(blank.Path().c_str(), label));
-    EXPECT_EQ(label, u"");
-    EXPECT_FALSE(vellum::filesupport::ReadVolumeLabel((blank.Path().string() + ".missing").c_str(), label));
-    EXPECT_FALSE(vellum::filesupport::ReadVolumeLabel(nullptr, label));
+    const struct Case { Bytes image; bool read; const char16_t* label; } cases[] = {
+        {SwapImage("Data Disk"), true, u"Data Disk"}, {SwapImage(""), true, u""}, {Bytes(40960, 0), false, u""}};
+    QT::String16 label;
+    for (const Case& c : cases) {
+        testsupport::TempFile file(c.image, "volume.img");
+        label = u"stale";
+        EXPECT_EQ(fs::ReadVolumeLabel(file.Path().c_str(), label), c.read);
+        EXPECT_EQ(label, c.label);
+    }
+    EXPECT_FALSE(fs::ReadVolumeLabel("/no/such/volume.img", label));
+    EXPECT_FALSE(fs::ReadVolumeLabel(nullptr, label));
 }
 
-TEST(VolumeServices, MountPointToRoot)
+TEST(VolumeServices, MountPointsAndFloppyDevices)
 {
-    EXPECT_EQ(vellum::filesupport::MountPointToRoot("/"), u"/");
-    EXPECT_EQ(vellum::filesupport::MountPointToRoot("/mnt/data"), u"/mnt/data/");
-    EXPECT_EQ(vellum::filesupport::MountPointToRoot("/mnt/data/"), u"/mnt/data/");
-    EXPECT_EQ(vellum::filesupport::MountPointToRoot("/media/Caf\xc3\xa9 Disk"), u"/media/Caf\u00e9 Disk/");
-}
-
-TEST(VolumeServices, FloppyDevicePaths)
-{
-    struct Case {
-        const char* path;
-        bool floppy;
-    };
-    const Case cases[] = {
-        {"/dev/fd0", true},     {"/dev/fd1", true},   {"/dev/fd0u1440", true}, {"/dev/fd", false},
-        {"/dev/fdx", false},    {"/dev/sda1", false}, {"fd0", false},          {"/dev/vda", false},
-        {"/dev/fd/0", false},   {"", false},
-    };
-    for (const Case& c : cases) EXPECT_EQ(vellum::filesupport::IsFloppyDevicePath(c.path), c.floppy) << c.path;
+    EXPECT_EQ(fs::MountPointToRoot("/media/Caf\xc3\xa9"), u"/media/Caf\u00e9/");
+    for (auto path : {"/dev/fd0"sv, "/dev/fd1u1440"sv}) EXPECT_TRUE(fs::IsFloppyDevicePath(path)) << path;
+    // The first is "/dev/fd" cut from "/dev/fd0": nothing past its end may be read.
+    for (auto path : {"/dev/fd0"sv.substr(0, 7), "/dev/fd/0"sv, "fd0"sv})
+        EXPECT_FALSE(fs::IsFloppyDevicePath(path)) << path;
 }
 
 } // namespace

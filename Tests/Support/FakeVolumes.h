@@ -10,27 +10,26 @@
 
 namespace testsupport {
 
+using Volumes = std::vector<vellum::filesupport::MountedVolume>;
+
 enum VolumeFlags { kReady = 1, kFloppy = 2, kUnreadable = 4 };
 
+// An unreadable label is empty whatever `label` says.
 inline vellum::filesupport::MountedVolume Volume(const char16_t* root, const char16_t* label, int flags = kReady)
 {
-    vellum::filesupport::MountedVolume v;
-    v.rootPath = root;
-    v.labelReadable = !(flags & kUnreadable);
-    if (v.labelReadable) v.label = label;
-    v.isReady = flags & kReady;
-    v.isFloppy = flags & kFloppy;
-    return v;
+    const bool readable = !(flags & kUnreadable);
+    return {.rootPath = root, .labelReadable = readable, .label = readable ? label : u"",
+            .isReady = (flags & kReady) != 0, .isFloppy = (flags & kFloppy) != 0};
 }
 
-// Puts a fake volume list in place of the system's for one scope.
+// Puts a fake volume list in place of the system's for one scope. The lister
+// shares the state, as a rebuild on another thread may still be calling it.
 class FakeVolumes {
 public:
-    explicit FakeVolumes(std::vector<vellum::filesupport::MountedVolume> volumes) : mState(std::make_shared<State>())
+    explicit FakeVolumes(Volumes volumes)
     {
         Set(std::move(volumes));
-        std::shared_ptr<State> state = mState;
-        mPrevious = vellum::filesupport::ReplaceMountedVolumeLister([state] {
+        mPrevious = vellum::filesupport::ReplaceMountedVolumeLister([state = mState] {
             std::lock_guard<std::mutex> lock(state->mutex);
             ++state->calls;
             return state->volumes;
@@ -40,24 +39,17 @@ public:
     FakeVolumes(const FakeVolumes&) = delete;
     FakeVolumes& operator=(const FakeVolumes&) = delete;
 
-    void Set(std::vector<vellum::filesupport::MountedVolume> volumes)
-    {
-        std::lock_guard<std::mutex> lock(mState->mutex);
-        mState->volumes = std::move(volumes);
-    }
-    int Calls() const
-    {
-        std::lock_guard<std::mutex> lock(mState->mutex);
-        return mState->calls;
-    }
+    void Set(Volumes volumes) { std::lock_guard<std::mutex> lock(mState->mutex); mState->volumes = std::move(volumes); }
+    // How often the list was read.
+    int Calls() const { std::lock_guard<std::mutex> lock(mState->mutex); return mState->calls; }
 
 private:
     struct State {
         std::mutex mutex;
-        std::vector<vellum::filesupport::MountedVolume> volumes;
+        Volumes volumes;
         int calls = 0;
     };
-    std::shared_ptr<State> mState;
+    std::shared_ptr<State> mState = std::make_shared<State>();
     vellum::filesupport::MountedVolumeLister mPrevious;
 };
 
