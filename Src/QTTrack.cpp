@@ -210,16 +210,16 @@ void QTTrack::AnalyzeEdits()
 
 std::uint32_t QTTrack::GetTotalSampleCount()
 {
-    if (mTotalSampleCount != 0) return mTotalSampleCount;
+    if (const std::uint32_t cached = mTotalSampleCount.load(std::memory_order_relaxed)) return cached;
     std::uint32_t total = 0;
     for (SttsCursor stts(Reader(), Item().mStts); !stts.AtEnd(); stts.Next()) total += stts.Count();
-    mTotalSampleCount = total;
+    mTotalSampleCount.store(total, std::memory_order_relaxed);
     return total;
 }
 
 std::uint32_t QTTrack::GetEditSampleCount()
 {
-    if (mEditSampleCount != 0) return mEditSampleCount;
+    if (const std::uint32_t cached = mEditSampleCount.load(std::memory_order_relaxed)) return cached;
     SttsCursor stts(Reader(), Item().mStts);
     if (stts.EntryCount() == 0) return 0;
     // Unsigned 32-bit arithmetic throughout, wrapping.
@@ -245,7 +245,7 @@ std::uint32_t QTTrack::GetEditSampleCount()
         total += n;
         if (elapsed >= limit) break;
     }
-    mEditSampleCount = total;
+    mEditSampleCount.store(total, std::memory_order_relaxed);
     return total;
 }
 

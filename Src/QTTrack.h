@@ -2,6 +2,7 @@
 // four edit numbers it works out at creation.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "Inc/QTTrack.h"
@@ -147,8 +148,10 @@ private:
     std::uint64_t mTrackIndex = 0;
     CountedPtr<QTMooVAtom> mStore;
     std::uint32_t mMovieTimeScale = 0;
-    std::uint32_t mTotalSampleCount = 0;
-    std::uint32_t mEditSampleCount = 0;
+    // Caches, 0 while not computed. Threads sharing a track may fill one at
+    // the same time; they store the same value, so relaxed order suffices.
+    std::atomic<std::uint32_t> mTotalSampleCount{0};
+    std::atomic<std::uint32_t> mEditSampleCount{0};
     std::uint32_t mEditMediaTime = 0;
     std::uint32_t mEditFirstSample = 0;
     std::uint32_t mEditFirstSampleDuration = 0;
