@@ -35,31 +35,26 @@ std::vector<std::uint64_t> FrameOffsets(const json& probe, int stream, std::uint
     return offsets;
 }
 
-// Both maps cover the frames from the edit's media time (a frame number for
-// sound) to the last, each where ffprobe puts it; `offsets` is empty for a
-// track whose frames are all in fragments.
-void CheckRangeMaps(QT::IQTTrack& track, const std::vector<std::uint64_t>& offsets, std::uint64_t bytesPerFrame)
+// The map covers the frames from the edit's media time (a frame number for
+// sound) to the last, each where ffprobe puts it. A refused track, or one whose
+// frames are all in fragments (no `offsets`), maps none.
+void CheckRangeMap(QT::IQTTrack& track, const std::vector<std::uint64_t>& offsets, std::uint64_t bytesPerFrame)
 {
-    QT::AudioSampleRangeMap byPosition, byOffset;
-    const QT::ResultCode code = track.MakeAudioSampleRangeMap(byPosition, false);
-    EXPECT_EQ(track.MakeAudioSampleRangeMap(byOffset, true), code);
+    QT::AudioSampleRangeMap map;
+    const QT::ResultCode code = track.MakeAudioSampleRangeMap(map, false);
     ASSERT_EQ(code, track.HasSimpleEditList(true) ? QT::kResultSuccess : QT::kResultEditListNotSimple);
     if (code != QT::kResultSuccess || offsets.empty()) {
-        EXPECT_TRUE(byPosition.empty());
+        EXPECT_TRUE(map.empty());
         return;
     }
     std::uint64_t output = 0, frame = track.GetEditMediaTime();
-    for (const auto& [key, r] : byPosition) {
+    for (const auto& [key, r] : map) {
         EXPECT_EQ(std::pair(key, r.mOutputPosition), std::pair(output, output));
         for (std::uint64_t i = 0; i < r.mSampleCount; ++i, ++frame)
             ASSERT_TRUE(frame < offsets.size() && offsets[frame] == r.mOffsetInFile + i * bytesPerFrame) << frame;
         output += r.mSampleCount;
-        const auto same = byOffset.find(r.mOffsetInFile);
-        ASSERT_NE(same, byOffset.end());
-        EXPECT_EQ(std::pair(same->second.mSampleCount, same->second.mOutputPosition), std::pair(r.mSampleCount, key));
     }
     EXPECT_EQ(frame, offsets.size());
-    EXPECT_EQ(byOffset.size(), byPosition.size());
 }
 
 TEST(AudioCorpus, SoundTracksAgreeWithFfprobe)
@@ -89,17 +84,15 @@ TEST(AudioCorpus, SoundTracksAgreeWithFfprobe)
             const bool uncompressed = track->IsAudioMediaUncompressed(0);
             EXPECT_EQ(uncompressed, codec.rfind("pcm_", 0) == 0 && codec != "pcm_mulaw");
             const std::uint32_t bits = stream.value("bits_per_sample", 0u);
-            if (uncompressed && bits != 0) {
-                EXPECT_EQ(track->GetAudioMediaBitsPerSample(0), bits);
-                EXPECT_EQ(track->GetAudioMediaPackedBitsPerSample(0), bits);
-            }
+            const auto widths = std::pair(track->GetAudioMediaBitsPerSample(0), track->GetAudioMediaPackedBitsPerSample(0));
+            EXPECT_TRUE(!uncompressed || bits == 0 || widths == std::pair(bits, bits)) << widths.first << "/" << widths.second;
 
             // Every corpus sound description has a `chan`; only 5.1 is
             // understood. Version 0 carries it right behind its 36 fixed
             // bytes, where the search (from 52) does not look.
-            const auto trackId = std::stoul(stream["id"].get<std::string>(), nullptr, 16);
+            const auto id = std::stoul(stream["id"].get<std::string>(), nullptr, 16);
             const auto record = std::find_if(file["tracks"].begin(), file["tracks"].end(),
-                                             [&](const json& t) { return t["track_id"] == trackId; });
+                                             [&](const json& t) { return t["track_id"] == id; });
             ASSERT_NE(record, file["tracks"].end());
             const bool version0 = (*record)["sound_description_version"] == 0;
             const bool known = !version0 && stream.value("channel_layout", "").rfind("5.1", 0) == 0;
@@ -113,8 +106,8 @@ TEST(AudioCorpus, SoundTracksAgreeWithFfprobe)
             ++rangeMaps;
             const std::uint64_t bytesPerFrame = bits / 8 * track->GetAudioMediaNumChannels(0);
             const bool fragmented = (*record)["sample_count"] == 0;
-            CheckRangeMaps(*track, fragmented ? std::vector<std::uint64_t>{} : FrameOffsets(probe, index, bytesPerFrame),
-                           bytesPerFrame);
+            CheckRangeMap(*track, fragmented ? std::vector<std::uint64_t>() : FrameOffsets(probe, index, bytesPerFrame),
+                          bytesPerFrame);
         }
     }
     EXPECT_EQ(soundTracks, 39);

@@ -1,9 +1,6 @@
 // Sound descriptions, their extension atoms and sound tracks for tests.
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "Tests/Support/MovieBuilder.h"
 
 namespace testsupport {
