@@ -33,13 +33,8 @@ Atom Hostile(const char* type, ByteWriter entries) { return Atom(type, ByteWrite
 // nothing.
 TEST(AudioRangeMap, RangesAndRefusals)
 {
-    struct Case {
-        const char* name;
-        Change change;
-        std::vector<Range> ranges;
-        QT::ResultCode code = 0;
-        std::uint32_t movieTimeScale = 48000;
-    };
+    struct Case { const char* name; Change change; std::vector<Range> ranges;
+                  QT::ResultCode code = 0; std::uint32_t movieTimeScale = 48000; };
     const Range first{1000, 0, 5000}, second{1000, 1000, 9000};
     const QT::ResultCode kShape = QT::kResultAudioShape;
     const Case cases[] = {

@@ -30,13 +30,8 @@ template <class Case, class Check> void ForEachDescription(const std::vector<Cas
 }
 
 // What a track reads from one description; `raw` empty: its stored code.
-struct Fields {
-    std::string name;
-    Bytes description;
-    const char* format = "fl32";
-    std::uint32_t rate = 48000, channels = 2, bits = 32, packed = 32;
-    std::string raw{};
-};
+struct Fields { std::string name; Bytes description; const char* format = "fl32";
+                std::uint32_t rate = 48000, channels = 2, bits = 32, packed = 32; std::string raw{}; };
 
 // Behind the cases, a description that runs past `stsd`: there is none to read.
 void CheckFields(std::vector<Fields> cases)
@@ -116,10 +111,24 @@ TEST(SoundDescription, ShortAndHostileDescriptions)
         {"child past the wave's end", fl32({Wave({pastWave, Enda(1)})})},
         {"wave past the description's end", fl32({waveTooBig})},
         {"enda too short for its word", fl32({Wave({Atom("enda", Bytes(1, 1))})})},
-        {"version 0: wave behind 36 bytes, before 52", SoundDescriptionV0("fl32", 2, 16, k48k, {Wave({Enda(1)})})},
         {"52 bytes, with a wave behind them", fl32({})},
         {"the wave read as an 18-byte description", Wave({Enda(1)}).Serialize(), "unkn", 0, 0, 0, 0},
     });
+}
+
+TEST(SoundDescription, OtherMediaIsAContractFailure)
+{
+    TrackSpec plan = SoundTrack({SoundDescriptionV0("sowt", 2, 16, k48k)});
+    plan.mediaType = "vide";
+    auto video = OpenTrack(plan);
+    ASSERT_TRUE(video);
+    QT::AudioSampleRangeMap map;
+    QT::ChannelOrderMap order;
+    bool flag = false;
+    EXPECT_THROW(video->GetAudioMediaNumChannels(0), vellum::config::Error);
+    EXPECT_THROW(video->IsAudioMediaUncompressed(0), vellum::config::Error);
+    EXPECT_THROW(video->MakeAudioSampleRangeMap(map, false), vellum::config::Error);
+    EXPECT_THROW(video->GetMultiChannelMap(0, order, flag), vellum::config::Error);
 }
 
 // The tagged layouts and the bitmap one are in the corpus.
