@@ -2,6 +2,7 @@
 // shape is refused.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <tuple>
 
@@ -29,8 +30,9 @@ Atom Hostile(const char* type, ByteWriter entries) { return Atom(type, ByteWrite
 
 // Stereo 16-bit, 4 bytes a frame, chunks of 1000 frames at 5000 and 9000, with
 // `change` made; the movie at `movieTimeScale`. Each case maps both ways into a
-// map that holds key 0 already: that key keeps its range, and a refusal adds
-// nothing.
+// map that holds key 0 already: that key keeps its range (a first range keyed 0
+// is seen in the other map), the frames behind it still count, and a refusal
+// adds nothing.
 TEST(AudioRangeMap, RangesAndRefusals)
 {
     struct Case { const char* name; Change change; std::vector<Range> ranges;

@@ -111,7 +111,7 @@ TEST(SoundDescription, ShortAndHostileDescriptions)
         {"child past the wave's end", fl32({Wave({pastWave, Enda(1)})})},
         {"wave past the description's end", fl32({waveTooBig})},
         {"enda too short for its word", fl32({Wave({Atom("enda", Bytes(1, 1))})})},
-        {"52 bytes, with a wave behind them", fl32({})},
+        {"52 bytes, with a wave behind them", fl32({})}, // the wave is the next case
         {"the wave read as an 18-byte description", Wave({Enda(1)}).Serialize(), "unkn", 0, 0, 0, 0},
     });
 }
@@ -148,7 +148,7 @@ TEST(ChannelMap, LayoutsAndDamagedChan)
         {"two descriptions on two channels", v1(2, {Chan(0, 0, {1, 2})}), true, true, kUntouched},
         {"count past the atom", v1(6, {cutShort, Atom("free", Bytes(20))}), false, false, kUntouched},
         {"chan too short for its count", v1(6, {tiny}), false, false, kUntouched},
-        {"no chan", v1(6, {}), false, false, kUntouched},
+        {"no chan", v1(6, {}), false, false, kUntouched}, // last: what index -1 answers
     }, [&](QT::IQTTrack& track, std::int32_t i, const Case& c) {
         std::vector<std::int32_t> map = kUntouched;
         bool notUnderstood = true;
