@@ -1,14 +1,18 @@
-// Validation of a movie's external references: each file found from here by
-// its stored path, on a volume by its label, or near the movie.
+// External references of a whole movie: listing them by track and in one map,
+// and validation: each file found from here by its stored path, on a volume by
+// its label, or near the movie.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "Inc/ExternalReferences.h"
 #include "Src/ExternalReferences.h"
+#include "Tests/Support/DataReferenceBuilder.h"
 #include "Tests/Support/FakeVolumes.h"
 #include "Tests/Support/MovieBuilder.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 
@@ -18,6 +22,57 @@ void Touch(const std::filesystem::path& path)
 {
     std::filesystem::create_directories(path.parent_path());
     std::ofstream(path) << "x";
+}
+
+// A track of `mediaType` whose `dref` holds `alis` entries for "/Vol/<name>", each in "Clips".
+TrackSpec Track(const char* mediaType, std::vector<const char*> files, bool enabled = true)
+{
+    TrackSpec t;
+    t.mediaType = mediaType;
+    t.flags = enabled ? 1 : 0;
+    std::vector<Bytes> entries;
+    for (const char* f : files) entries.push_back(AliasEntry(Alias(f, {{0, "Clips"}, {19, "/Vol"}, {18, std::string("/") + f}})));
+    t.dinf = DataInformation(entries.empty() ? std::vector<Bytes>{ReferenceEntry("alis", 1)} : entries);
+    return t;
+}
+
+TEST(ExternalReferences, ListingAndGatheringByTrack)
+{
+    struct Case { const char* name; std::vector<TrackSpec> tracks; QT::TrackReferenceMap video, audio, timecode;
+                  std::vector<const char*> gathered; };
+    const Case cases[] = {
+        {"self-contained tracks", {Track("vide", {}), Track("soun", {})}, {}, {}, {}, {}},
+        {"one enabled track of each kind", {Track("vide", {"v"}), Track("soun", {"a"}), Track("tmcd", {"t"})},
+         {{0, u"/Vol/v"}}, {{1, u"/Vol/a"}}, {{2, u"/Vol/t"}}, {"v", "a", "t"}},
+        {"disabled video and sound are left out, disabled timecode is not",
+         {Track("vide", {"v"}, false), Track("soun", {"a"}, false), Track("tmcd", {"t"}, false)}, {}, {},
+         {{2, u"/Vol/t"}}, {"t"}},
+        {"two files in one track: gathered, listed nowhere", {Track("vide", {"a", "b"})}, {}, {}, {}, {"a", "b"}},
+        {"an enabled text track is gathered only", {Track("text", {"s"}), Track("text", {"d"}, false)}, {}, {}, {},
+         {"s"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        MovieSpec plan;
+        plan.tracks = c.tracks;
+        OpenResult opened = OpenSpec(plan);
+        ASSERT_EQ(opened.code, QT::kResultSuccess);
+        // A listed index replaces what the caller had there; other entries stay.
+        QT::TrackReferenceMap video = {{0, u"old"}, {7, u"kept"}}, audio = video, timecode = video;
+        QT::GetExternalReferences(opened.movie, video, audio, timecode);
+        for (auto [got, want] : {std::pair{&video, c.video}, {&audio, c.audio}, {&timecode, c.timecode}}) {
+            want.insert({{0, u"old"}, {7, u"kept"}});
+            EXPECT_EQ(*got, want);
+        }
+        QT::ExternalReferenceMap all;
+        EXPECT_TRUE(QT::GetAllExternalReferences(opened.movie, all));
+        std::vector<QT::String16> names, want;
+        for (const auto& [path, ref] : all) names.push_back(ref.fileName);
+        for (const char* f : c.gathered) want.push_back(ToString16(f));
+        std::sort(names.begin(), names.end());
+        std::sort(want.begin(), want.end());
+        EXPECT_EQ(names, want);
+    }
 }
 
 // A fake volume list that the process's drive table answers from, and the system's list again afterwards.
