@@ -48,10 +48,10 @@ TEST(Command, ExitCodesAndMessages)
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
                       missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n";
     const struct { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; }
-        kCases[] = {{{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a.mov", "b.mov"}, 2, usage},
-                    {{"dump", "--bogus", "a.mov"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a.mov"}, 2, usage},
-                    {{"refs"}, 2, usage}, {{"refs", "a.mov", "b.mov"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
-                    {{"fix", "--force", "a.mov"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
+        kCases[] = {{{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
+                    {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
+                    {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
+                    {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
                     {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
                     {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
                     {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
@@ -62,9 +62,9 @@ TEST(Command, ExitCodesAndMessages)
         EXPECT_EQ(r.exitCode, c.exitCode);
         EXPECT_TRUE(r.err.starts_with("atomscan: ") && r.err.ends_with(c.errEnd) && r.err.find('\n') == r.err.size() - 1)
             << r.err;
-        EXPECT_EQ(r.out.empty() ? json() : ParseOut(r), c.open ? json({{"path", c.args[1]}, {"open", c.open}, {"movie", nullptr},
-                                                                       {"tracks", json::array()}, {"references", nullptr}})
-                                                               : json());
+        const json failedDump = {{"path", c.open ? c.args[1] : ""}, {"open", c.open ? c.open : ""}, {"movie", nullptr},
+                                 {"tracks", json::array()}, {"references", nullptr}};
+        EXPECT_EQ(r.out.empty() ? json() : ParseOut(r), c.open ? failedDump : json());
     }
 }
 
@@ -73,13 +73,14 @@ TEST(Refs, TellEachFileFoundOrMissing)
 {
     MovieSpec unreadable; // the count claims a second reference that `dref` does not hold
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    const std::string found = "found    ", missing = "missing  ", broken = ": the data references of a track could not all be read\n";
-    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exitCode; std::string out, err = ""; }
-        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + kClip + "\n" + found + kTake + "\n"},
-                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + kClip + "\n" + missing + kTake + "\n"},
-                    {ReferenceMovie(), {"take.wav"}, "info", 0, "\n  references\n    " + missing + kClip + "\n    " + found + kTake},
-                    {ReadFile(CorpusMovie("short_1s")), {}, "refs", 0, ""},
-                    {BuildMovieFile(unreadable), {}, "refs", 1, missing + "clip.mov\n", broken}};
+    const std::string found = "found    ", missing = "missing  ";
+    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exitCode; std::string out, err; }
+        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + kClip + "\n" + found + kTake + "\n", ""},
+                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + kClip + "\n" + missing + kTake + "\n", ""},
+                    {ReferenceMovie(), {"take.wav"}, "info", 0, "references\n    " + missing + kClip + "\n    " + found + kTake, ""},
+                    {ReadFile(CorpusMovie("short_1s")), {}, "refs", 0, "", ""},
+                    {BuildMovieFile(unreadable), {}, "refs", 1, missing + "clip.mov\n",
+                     ": the data references of a track could not all be read\n"}};
     for (const auto& c : kCases) {
         TempFile movie(c.movie);
         for (const char* name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
@@ -114,9 +115,9 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
             const ToolResult dry = RunTool({"fix", "--dry-run", movie.Path()});
             EXPECT_EQ(movie.Read(), before);
             const ToolResult done = RunTool({"fix", movie.Path()});
-            EXPECT_EQ(json({done.exitCode, done.out}), json({0, out}));
+            EXPECT_EQ(json({done.exitCode, done.out, done.err}), json({0, out, ""}));
             out.replace(out.rfind("changed"), 8, "would change; the movie was left as it is\n");
-            EXPECT_EQ(json({dry.exitCode, dry.out}), json({0, out}));
+            EXPECT_EQ(json({dry.exitCode, dry.out, dry.err}), json({0, out, ""}));
         }
         Bytes expected = ReadFile(CorpusMovie(c.original));
         std::copy_n(damaged.begin() + c.unmendedAt, c.unmendedAt ? 4 : 0, expected.begin() + c.unmendedAt);

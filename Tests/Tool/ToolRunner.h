@@ -59,7 +59,8 @@ inline Bytes ReferenceMovie()
     for (std::size_t i = 0; i < 3; ++i) {
         const std::string path = i == 1 ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
         plan.tracks[i].mediaType = i == 0 ? "vide" : i == 1 ? "soun" : "tmcd";
-        plan.tracks[i].dinf = DataInformation({AliasEntry(Alias(name, {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}}))});
+        const std::vector<std::pair<std::int16_t, std::string>> tags = {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}};
+        plan.tracks[i].dinf = DataInformation({AliasEntry(Alias(name, tags))});
     }
     return BuildMovieFile(plan);
 }
