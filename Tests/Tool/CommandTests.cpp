@@ -73,11 +73,11 @@ TEST(Refs, TellEachFileFoundOrMissing)
 {
     MovieSpec unreadable; // the count claims a second reference that `dref` does not hold
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    const std::string found = "found    ", missing = "missing  ";
-    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exitCode; std::string out, err; }
-        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + kClip + "\n" + found + kTake + "\n", ""},
-                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + kClip + "\n" + missing + kTake + "\n", ""},
-                    {ReferenceMovie(), {"take.wav"}, "info", 0, "references\n    " + missing + kClip + "\n    " + found + kTake, ""},
+    const std::string found = "found    ", missing = "missing  ", clip = kClip + "\n", take = kTake + "\n";
+    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exit; std::string out, err; }
+        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + clip + found + take, ""},
+                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + clip + missing + take, ""},
+                    {ReferenceMovie(), {"take.wav"}, "info", 0, "references\n    " + missing + clip + "    " + found + take, ""},
                     {ReadFile(CorpusMovie("short_1s")), {}, "refs", 0, "", ""},
                     {BuildMovieFile(unreadable), {}, "refs", 1, missing + "clip.mov\n",
                      ": the data references of a track could not all be read\n"}};
@@ -85,7 +85,7 @@ TEST(Refs, TellEachFileFoundOrMissing)
         TempFile movie(c.movie);
         for (const char* name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
         const ToolResult r = RunTool({c.command, movie.Path()});
-        EXPECT_EQ(r.exitCode, c.exitCode) << c.out;
+        EXPECT_EQ(r.exitCode, c.exit) << c.out;
         EXPECT_TRUE(c.command == std::string("info") ? r.out.find(c.out) != std::string::npos : r.out == c.out) << r.out;
         EXPECT_TRUE(r.err.ends_with(c.err) && r.err.empty() == c.err.empty()) << r.err;
     }

@@ -92,9 +92,10 @@ void KeyPaths(const json& format, const std::string& at, std::set<std::string>& 
 // Key/value metadata of each kind, its keys out of map order.
 Bytes MetadataMovie()
 {
-    const std::vector<std::tuple<std::string, std::uint32_t, Bytes>> items = {{"title", 1, {'H', 'i'}}, {"\xff\xfe", 1, {'x'}},
-        {"count", 21, {0xff, 0xfe}}, {"big", 22, {0xff, 0xff, 0xff, 0xff}}, {"q\"\n", 2, {'o', 'k'}}, {"blob", 0, {0xde, 0xad}},
-        {"ratio", 23, {0x7f, 0xc0, 0, 0}}, {"wide", 24, {0x3f, 0xf8, 0, 0, 0, 0, 0, 0}}};
+    const std::vector<std::tuple<std::string, std::uint32_t, Bytes>> items = {
+        {"title", 1, {'H', 'i'}}, {"\xff\xfe", 1, {'x'}}, {"count", 21, {0xff, 0xfe}}, {"big", 22, {0xff, 0xff, 0xff, 0xff}},
+        {"q\"\n", 2, {'o', 'k'}}, {"blob", 0, {0xde, 0xad}}, {"ratio", 23, {0x7f, 0xc0, 0, 0}},
+        {"wide", 24, {0x3f, 0xf8, 0, 0, 0, 0, 0, 0}}};
     ByteWriter keys, ilst;
     keys.U32(0).U32(static_cast<std::uint32_t>(items.size()));
     for (std::uint32_t i = 0; i < items.size(); ++i) {
@@ -104,7 +105,8 @@ Bytes MetadataMovie()
         ilst.U32(24 + size).U32(i + 1).U32(16 + size).Code("data").U32(type).U32(0).Raw(value);
     }
     MovieSpec plan;
-    plan.extraMoov = {Atom("meta", {Atom("hdlr", HdlrPayload("mdta")), Atom("keys", keys.Take()), Atom("ilst", ilst.Take())})};
+    plan.extraMoov = {Atom("meta", {Atom("hdlr", HdlrPayload("mdta")), Atom("keys", keys.Take()),
+                                    Atom("ilst", ilst.Take())})};
     return BuildMovieFile(plan);
 }
 
@@ -215,7 +217,7 @@ INSTANTIATE_TEST_SUITE_P(Corpus, DumpCorpus, ::testing::ValuesIn(CorpusNames()),
 // the head of `mdat` (which comes last, so its place is known from the file's size).
 TEST(StartTimecode, RenderedFromTheFirstSample)
 {
-    const struct { bool drop; std::uint32_t timeScale, ticks, rate, frame; const char* expected; std::uint32_t offset = 0; }
+    const struct { bool drop; std::uint32_t scale, ticks, rate, frame; const char* expected; std::uint32_t offset = 0; }
         kCases[] = {{false, 25, 1, 25, 25 * 86400 + 26, "00:00:01:01"}, {false, 25, 1, 25, 0xffffffff, "23:59:59:24"},
                     {true, 30000, 1001, 30, 1799, "00:00:59;29"}, {true, 30000, 1001, 30, 1800, "00:01:00;02"},
                     {true, 30000, 1001, 30, 17982, "00:10:00;00"}, {true, 60000, 1001, 60, 3600, "00:01:00;04"},
@@ -226,14 +228,15 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
         MovieSpec plan;
         plan.tracks[0].mediaType = "tmcd";
         plan.tracks[0].descriptions = {SampleDescription(
-            "tmcd", ByteWriter().U32(0).U32(c.drop).U32(c.timeScale).U32(c.ticks).U8(c.rate).U8(0))};
+            "tmcd", ByteWriter().U32(0).U32(c.drop).U32(c.scale).U32(c.ticks).U8(c.rate).U8(0))};
         plan.tracks[0].stszSizes = {4};
         const Bytes sample = ByteWriter().U32(c.frame);
         plan.tracks[0].stco = {c.offset ? c.offset : static_cast<std::uint32_t>(BuildMovieFile(plan, sample).size() - 4)};
         TempFile movie(BuildMovieFile(plan, sample));
         const json timecode = Dump(movie.Path())["tracks"][0]["timecode"], frame = static_cast<std::int32_t>(c.frame);
         const json startFrame = c.offset ? json() : json({{"code", "0x00000000"}, {"value", frame}});
-        EXPECT_EQ(json({timecode["startFrame"], timecode["startTimecode"]}), json({startFrame, c.expected ? c.expected : json()}));
+        EXPECT_EQ(json({timecode["startFrame"], timecode["startTimecode"]}),
+                  json({startFrame, c.expected ? c.expected : json()}));
         const std::string info = RunTool({"info", movie.Path()}).out;
         EXPECT_TRUE(!c.expected || info.find(std::string("start ") + c.expected) != std::string::npos) << info;
     }
