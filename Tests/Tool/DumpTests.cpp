@@ -163,8 +163,8 @@ std::uint64_t N(const json& v) { return v.is_string() ? std::stoull(v.get<std::s
 
 class DumpCorpus : public ::testing::TestWithParam<std::string> {};
 
-// Each track, its description, frames and timecode as the independent parser read them (a derived
-// copy's frames are left to the library's tests, a fragmented movie's are not read).
+// Each track, its description, frames, timecode and caption format as the independent parser read
+// them (a derived copy's frames are left to the library's tests, a fragmented movie's are not read).
 TEST_P(DumpCorpus, MatchesTheIndependentParser)
 {
     const std::string name = GetParam(), path = CorpusMovie(name);
@@ -185,8 +185,10 @@ TEST_P(DumpCorpus, MatchesTheIndependentParser)
         const std::string tag = stream.value("codec_tag_string", ""), codec = stream.value("codec_type", "");
         const std::string type = codec == "video" ? "vide" : codec == "audio" ? "soun" : codec == "subtitle" ? "clcp" : tag;
         EXPECT_EQ(json({track["index"], track["mediaType"], "1/" + std::to_string(N(track["mediaTimeScale"])),
-                        track.contains("video"), track.contains("audio"), track.contains("timecode")}),
-                  json({i, type, stream["time_base"], type == "vide", type == "soun", type == "tmcd"}));
+                        track.contains("video"), track.contains("audio"), track.contains("timecode"),
+                        track.value(json::json_pointer("/caption/format"), "")}),
+                  json({i, type, stream["time_base"], type == "vide", type == "soun", type == "tmcd",
+                        type == "clcp" ? tag : ""}));
         // The track's packets in decode order: offset, size, duration, sync (as `stps` frames are to the parser).
         const bool stps = file["tracks"][i]["present"].value("stps", false);
         json packets = json::array(), frames = json::array();

@@ -45,7 +45,7 @@ inline ToolResult RunTool(std::vector<std::string> args)
     return {exited ? WEXITSTATUS(status) : -1, {o.begin(), o.end()}, {e.begin(), e.end()}, usage.ru_maxrss};
 }
 
-// The standard output as JSON (a discarded value, equal to none, when it is not JSON).
+// The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
 inline json Dump(const std::string& path) { return ParseOut(RunTool({"dump", path})); }
 
