@@ -1,22 +1,68 @@
 // Runs the built atomscan program and collects what it printed.
 #pragma once
 
-#include <string>
-#include <vector>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include "Tests/Support/Corpus.h"
+#include "Tests/Support/DataReferenceBuilder.h"
 
 namespace tooltest {
 
+using nlohmann::json;
+using namespace testsupport;
+
 struct ToolResult {
     int exitCode = -1; // -1 when the program did not exit normally
-    std::string out;
-    std::string err;
+    std::string out, err;
+    long peakKilobytes = 0; // never below what this process held when it started the program
 };
 
-ToolResult RunTool(const std::vector<std::string>& args);
+// Output goes to files, so neither stream can fill a pipe and stall the program.
+inline ToolResult RunTool(std::vector<std::string> args)
+{
+    const TempFile out({}, "out"), err({}, "err");
+    args.insert(args.begin(), ATOMSCAN_TOOL);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
+        ::dup2(::open(err.Path().c_str(), O_WRONLY), 2);
+        ::execv(argv[0], argv.data());
+        ::_exit(127);
+    }
+    int status = 0;
+    rusage usage{};
+    const bool exited = ::wait4(pid, &status, 0, &usage) == pid && WIFEXITED(status);
+    const Bytes o = out.Read(), e = err.Read();
+    return {exited ? WEXITSTATUS(status) : -1, {o.begin(), o.end()}, {e.begin(), e.end()}, usage.ru_maxrss};
+}
 
-// The standard output parsed as JSON; a failed test and null when it is not JSON.
-nlohmann::json ParseOut(const ToolResult& result);
+// The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
+inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
+inline json Dump(const std::string& path) { return ParseOut(RunTool({"dump", path})); }
+
+// A movie whose video and timecode tracks name the clip and whose sound track names the take, on
+// a volume that is not mounted here, so they are looked for beside the movie.
+inline const std::string kClip = "/Volumes/Nowhere/clips/clip.mov", kTake = "/Volumes/Nowhere/sound/take.wav";
+inline Bytes ReferenceMovie()
+{
+    MovieSpec plan;
+    plan.tracks.assign(3, {});
+    for (std::size_t i = 0; i < 3; ++i) {
+        const std::string path = i == 1 ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
+        plan.tracks[i].mediaType = i == 0 ? "vide" : i == 1 ? "soun" : "tmcd";
+        const std::vector<std::pair<std::int16_t, std::string>> tags = {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}};
+        plan.tracks[i].dinf = DataInformation({AliasEntry(Alias(name, tags))});
+    }
+    return BuildMovieFile(plan);
+}
 
 } // namespace tooltest
