@@ -1,9 +1,9 @@
 // Repairing chunk offsets in place: which entries are mended, to what, and
 // that nothing else in the file changes. Every check compares whole files.
+#include <functional>
+
 #include <gtest/gtest.h>
 
-#include "Inc/IAtomscan.h"
-#include "Inc/IQTMovie.h"
 #include "Inc/IQTMovieFixer.h"
 #include "Tests/Support/TrackOpener.h"
 
@@ -13,7 +13,8 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint64_t kFileSize = 0x10000; // of every built movie below
-const std::vector<std::uint64_t> kDamaged = {0x100, 0x05000200, 0x300}, kMended = {0x100, 0x200, 0x300};
+using Offsets = std::vector<std::uint64_t>;
+const Offsets kDamaged = {0x100, 0x05000200, 0x300}, kMended = {0x100, 0x200, 0x300};
 
 struct Repair { Bytes after; bool written; }; // written: at all, even with the bytes it held
 
@@ -27,15 +28,17 @@ Repair Fix(const fs::path& path)
 }
 Repair Fix(const Bytes& bytes) { return Fix(TempFile(bytes).Path()); }
 
-TrackSpec Track(const char* media, std::vector<std::uint64_t> offsets, bool wide = false, std::uint32_t flags = 1)
+TrackSpec Track(const char* media, const Offsets& offsets, bool wide = false, std::uint32_t flags = 1)
 {
     TrackSpec t;
     t.mediaType = media;
     t.flags = flags;
+    t.stco.assign(offsets.begin(), offsets.end());
     if (wide) t.co64 = offsets;
-    else t.stco.assign(offsets.begin(), offsets.end());
     return t;
 }
+
+std::size_t Find(const Bytes& bytes, const char* type) { return std::search(bytes.begin(), bytes.end(), type, type + 4) - bytes.begin(); }
 
 // The movie of the tracks padded to kFileSize. The layout does not depend on
 // the values in the tables, so the movie built with the mended values is the
@@ -50,7 +53,7 @@ Bytes Sized(std::vector<TrackSpec> tracks)
 TEST(FixMovie, MendsOnlyDamagedEntries)
 {
     constexpr std::uint64_t F = kFileSize;
-    const struct { const char* name; bool wide; std::vector<std::uint64_t> stored, mended; bool written; } cases[] = {
+    const struct { const char* name; bool wide; Offsets stored, mended; bool written; } cases[] = {
         {"equal to the file size is sound", false, {F, 0x200, 0x300}, {F, 0x200, 0x300}, false},
         {"the last entry is left alone", false, {0x100, 0x200, 0x7F000300}, {0x100, 0x200, 0x7F000300}, false},
         {"one entry", false, {0xFF000000}, {0xFF000000}, false},
@@ -72,65 +75,61 @@ TEST(FixMovie, MendsOnlyDamagedEntries)
     }
 }
 
-TEST(FixMovie, OnlyTheTableOfTheFirstEnabledVideoTrack)
+// Each file holds the given offsets in the table that counts: mended files
+// come out as built with the mended offsets, the others as they went in.
+TEST(FixMovie, WhichTableIsMended)
 {
-    auto tracks = [](const std::vector<std::uint64_t>& chosen) {
-        return Sized({Track("soun", kDamaged), Track("vide", kDamaged, false, 0), Track("vide", chosen), Track("vide", kDamaged)});
-    };
-    EXPECT_EQ(Fix(tracks(kDamaged)).after, tracks(kMended));
-    // With both tables, `co64` is mended and `stco` beside it is not.
-    auto both = [](const std::vector<std::uint64_t>& wide) {
-        TrackSpec t = Track("vide", wide, true);
-        t.extraStbl.push_back(Stco({0x100, 0x05000200, 0x300}));
-        return Sized({t});
-    };
-    EXPECT_EQ(Fix(both({0x100, 0x0A00000000000200, 0x300})).after, both(kMended));
-}
-
-// The repair object's step (guard 8) sees an 8-byte atom that ends its parent,
-// which the parser's (guard 9) does not: here, the movie header.
-TEST(FixMovie, SeesAnEightByteMovieHeaderAtTheEnd)
-{
-    auto file = [](const std::vector<std::uint64_t>& v) {
+    const auto withMvhdAtTheEnd = [](const Offsets& v) {
         const Atom moov("moov", std::vector<Atom>{BuildTrak(Track("vide", v)), Atom("mvhd")});
         return Concat({moov, Atom("mdat", Bytes(kFileSize - moov.Serialize().size() - 8, 0))});
     };
-    TempFile parsed(file(kDamaged));
+    const auto withCount = [](std::uint32_t count) {
+        return [count](const Offsets& v) {
+            TrackSpec video = Track("vide", v);
+            video.extraStbl.push_back(Atom("free", Bytes(16, 0))); // bytes behind the table, inside the copy
+            Bytes file = Sized({video});
+            for (int i = 0; i < 4; ++i) file[Find(file, "stco") + 8 + i] = static_cast<std::uint8_t>(count >> (24 - 8 * i));
+            return file;
+        };
+    };
+    const std::tuple<const char*, std::function<Bytes(const Offsets&)>, bool> cases[] = {
+        {"the first enabled video track", [](const Offsets& v) {
+             return Sized({Track("soun", kDamaged), Track("vide", kDamaged, false, 0), Track("vide", v), Track("vide", kDamaged)});
+         }, true},
+        {"co64, and not stco beside it", [](const Offsets& v) {
+             TrackSpec t = Track("vide", v, true);
+             t.extraStbl.push_back(Stco({0x100, 0x05000200, 0x300}));
+             return Sized({t});
+         }, true},
+        // The repair object's step (guard 8) sees an 8-byte atom that ends
+        // its parent, which the parser's (guard 9) does not.
+        {"a movie whose 8-byte mvhd ends it", withMvhdAtTheEnd, true},
+        {"no movie", [](const Offsets& v) { Bytes b = Sized({Track("vide", v)}); b[Find(b, "mvhd")] = 'x'; return b; }, false},
+        {"a count that runs past the table's atom", withCount(4), false},
+        {"a count of 2^30", withCount(0x40000000), false},
+        {"a count of 2^32-1", withCount(0xFFFFFFFF), false},
+    };
+    for (const auto& [name, file, mended] : cases) {
+        SCOPED_TRACE(name);
+        const Repair r = Fix(file(kDamaged));
+        EXPECT_EQ(r.after, file(mended ? kMended : kDamaged));
+        EXPECT_EQ(r.written, mended);
+    }
+    TempFile parsed(withMvhdAtTheEnd(kDamaged));
     Tessel::InterfaceRef<QT::IQTMovie> movie;
     EXPECT_EQ(QT::MakeParser()->OpenMovie(parsed.Path16(), movie), QT::kResultNotAMovie);
-    EXPECT_EQ(Fix(parsed.Path()).after, file(kMended));
-}
-
-// Files left untouched: no enabled video track, no movie, a table whose count
-// runs past its atom (also where the bytes behind it lie inside the copy).
-TEST(FixMovie, NothingWrittenWhereNothingCanBeMended)
-{
-    TrackSpec video = Track("vide", kDamaged);
-    video.extraStbl.push_back(Atom("free", Bytes(16, 0)));
-    const Bytes good = Sized({video});
-    auto at = [&](const char* type) { return std::search(good.begin(), good.end(), type, type + 4) - good.begin(); };
-    std::vector<Bytes> files = {Sized({Track("soun", kDamaged)}), Sized({Track("vide", kDamaged, false, 0)}), good,
-                                Bytes{0, 0, 0, 7, 'f', 'r'}};
-    files[2][at("mvhd")] = 'x';
-    for (std::uint32_t count : {4u, 0x40000000u, 0xFFFFFFFFu}) {
-        files.push_back(good);
-        for (int i = 0; i < 4; ++i) files.back()[at("stco") + 8 + i] = static_cast<std::uint8_t>(count >> (24 - 8 * i));
-    }
-    for (const Bytes& bytes : files) {
-        const Repair r = Fix(bytes);
-        EXPECT_EQ(r.after, bytes);
-        EXPECT_FALSE(r.written);
-    }
     const fs::path gone = TempFile(Bytes{}).Path();
     EXPECT_EQ(QT::MakeFixer()->FixMovie(ToString16(gone.string())), QT::kResultSuccess);
-    EXPECT_FALSE(fs::exists(gone));
+    EXPECT_FALSE(fs::exists(gone)); // a missing file is not made
 }
 
 // Offset and count of the first chunk offset table in a corpus movie's bytes.
 std::pair<std::size_t, std::uint32_t> FirstTable(const Bytes& file, const char* type)
 {
-    const std::size_t at = std::search(file.begin(), file.end(), type, type + 4) - file.begin();
-    return {at + 12, (std::uint32_t{file.at(at + 10)} << 8) | file.at(at + 11)};
+    const std::size_t at = Find(file, type);
+    std::uint32_t count = 0;
+    for (std::size_t i = at + 8; i < at + 12; ++i) count = count << 8 | file.at(i);
+    return {at + 12, count};
 }
 
 TEST(FixMovieCorpus, FaultyWriterDamageIsUndoneExactly)
@@ -146,13 +145,6 @@ TEST(FixMovieCorpus, FaultyWriterDamageIsUndoneExactly)
         for (std::uint32_t i = 1; i + 1 < count; i += 3) damaged[offset + i * width + (width == 8 && i % 2 ? 3 : 0)] = 0x80 | i;
         EXPECT_EQ(Fix(damaged).after, original);
     }
-    // Entry 10 is judged by the stored value of entry 11, which is damaged and
-    // larger, so it stays; entry 1291 is the last and stays too.
-    const Bytes damaged = ReadFile(CorpusPath("damaged_stco_topbyte_edges")), original = ReadFile(CorpusPath("long_60s_lowres"));
-    const std::size_t table = FirstTable(original, "stco").first;
-    Bytes expected = damaged;
-    for (std::size_t at : {table + 4 * 11, table + 4 * 500}) std::copy_n(original.begin() + at, 4, expected.begin() + at);
-    EXPECT_EQ(Fix(damaged).after, expected);
 }
 
 } // namespace

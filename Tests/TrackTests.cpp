@@ -1,5 +1,5 @@
-// The track core: the edit analysis, time conversions, sample counts and the
-// header, matrix and description fields that the corpus does not vary.
+// The track core: the edit analysis and the conversions between the movie's
+// and the media's time scale.
 #include <gtest/gtest.h>
 
 #include "Src/QTTrack.h"
@@ -18,15 +18,9 @@ TEST(EditAnalysis, ReducesTheEditList)
     // edit sample count, simple list at any rate and at unit rate, trimmed.
     // The count ends at the media time plus the edit's length, so a cut at the
     // head does not shorten it.
-    const struct {
-        const char* name;
-        bool sound;
-        std::uint32_t movieScale, mediaScale, tkhdDuration, mediaDuration;
-        std::optional<Edits> edits;
-        std::vector<std::pair<std::uint32_t, std::uint32_t>> stts;
-        std::array<std::uint32_t, 5> times;
-        std::array<bool, 3> flags;
-    } cases[] = {
+    const struct { const char* name; bool sound; std::uint32_t movieScale, mediaScale, tkhdDuration, mediaDuration;
+                   std::optional<Edits> edits; std::vector<std::pair<std::uint32_t, std::uint32_t>> stts;
+                   std::array<std::uint32_t, 5> times; std::array<bool, 3> flags; } cases[] = {
         {"no edit, media scale doubled", 0, 600, 1200, 500, 1000, {}, {{10, 100}}, {0, 0, 0, 1000, 10}, {1, 1, 0}},
         {"no edit, durations differ", 0, 600, 600, 900, 1000, {}, {{10, 100}}, {0, 0, 0, 900, 9}, {1, 1, 1}},
         {"edit at 0, first entry empty", 0, 600, 600, 1000, 1000, Edits{{1000, 0, kUnit}}, {{0, 50}, {10, 100}}, {0, 0, 100, 1000, 10}, {1, 1, 0}},
@@ -62,10 +56,8 @@ TEST(TimeScales, ConversionsAt64Bits)
 {
     const std::array<std::uint32_t, 5> cases[] = {
         // movie scale, media scale, value, in media time, in movie time
-        {600, 90000, 100000, 15000000, 666},
-        {0, 600, 100, 0, 0},
-        {600, 0, 100, 0, 0},
-        {90000, 90000, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF},
+        {600, 90000, 100000, 15000000, 666}, {90000, 90000, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF},
+        {0, 600, 100, 0, 0}, {600, 0, 100, 0, 0},
     };
     for (const auto& [movieScale, mediaScale, value, media, movie] : cases) {
         TrackSpec t;
@@ -74,24 +66,6 @@ TEST(TimeScales, ConversionsAt64Bits)
         EXPECT_EQ(o.Core().MovieToMediaTime(value), media) << movieScale << " " << mediaScale;
         EXPECT_EQ(o.Core().MediaToMovieTime(value), movie) << movieScale << " " << mediaScale;
     }
-}
-
-TEST(SampleTables, DurationsAtEntryEdges)
-{
-    TrackSpec t;
-    t.stts = {{3, 10}, {4, 20}};
-    t.edits = Edits{{10, 33, kUnit}, {10, 44, kUnit}};
-    const OpenedTrack o = OpenTrackOf(t);
-    EXPECT_EQ(o.Core().GetTotalSampleCount(), 7u);
-    EXPECT_EQ(o.Core().GetFirstEditMediaTime(), 33u);
-    for (const auto& [sample, duration] : {std::pair{2u, 10}, {3u, 20}, {6u, 20}, {7u, 77}}) {
-        std::int32_t d = 77; // past the table: unchanged
-        EXPECT_EQ(o.Core().GetSampleDuration(sample, d), duration) << sample;
-    }
-    t.stts = {};
-    std::int32_t d = 5;
-    EXPECT_EQ(OpenTrackOf(t).Core().GetSampleDuration(0, d), -1);
-    EXPECT_EQ(d, 5);
 }
 
 } // namespace
