@@ -64,13 +64,15 @@ TEST_P(CorpusFile, TracksMatchTheIndependentParser)
         EXPECT_EQ(std::tuple(r.left, r.top, r.right, r.bottom), std::tuple(0, 0, width, height));
         expected.right = std::max(expected.right, width);
         expected.bottom = std::max(expected.bottom, height);
-        if (stream.value("codec_type", "") == "video" && stream.contains("nb_frames"))
-            EXPECT_EQ(std::to_string(static_cast<QT::QTTrack&>(*track).GetTotalSampleCount()), stream.value("nb_frames", ""));
+        if (stream.value("codec_type", "") == "video" && stream.contains("nb_frames")) {
+            EXPECT_EQ(std::to_string(static_cast<QT::QTTrack&>(*track).GetTotalSampleCount()), stream.at("nb_frames"));
+        }
     }
     // The union of the tracks' rectangles and the origin.
     QT::QTRect bounds{1, 1, 1, 1};
     movie->GetBounds(bounds);
-    EXPECT_EQ(std::tuple(bounds.left, bounds.top, bounds.right, bounds.bottom), std::tuple(0, 0, expected.right, expected.bottom));
+    EXPECT_EQ(std::tuple(bounds.left, bounds.top, bounds.right, bounds.bottom),
+              std::tuple(0, 0, expected.right, expected.bottom));
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, CorpusFile, ::testing::ValuesIn(CorpusNames()),
