@@ -96,7 +96,8 @@ TEST(Metadata, ValuesOfKeys)
 TEST(Metadata, CorpusMetaInsideUserData)
 {
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    ASSERT_EQ(QT::MakeParser()->OpenMovie(ToString16(CorpusMovie("meta_mdta_keys").string()), movie), QT::kResultSuccess);
+    const QT::String16 path = ToString16(CorpusMovie("meta_mdta_keys").string());
+    ASSERT_EQ(QT::MakeParser()->OpenMovie(path, movie), QT::kResultSuccess);
     QT::MetadataValue v;
     EXPECT_FALSE(movie->GetMetadataValue("title", v));
     Pelt::BinaryData meta;
