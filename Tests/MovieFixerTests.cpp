@@ -88,7 +88,8 @@ TEST(FixMovie, MendsOnlyDamagedEntries)
         {"not above the next: written back", Video(), {0x100, 0x20000, 0x30000}, {0x100, 0x20000, 0x30000}, true},
         {"by the stored next", Video(), {0x100, 0x1000200, 0x2000300, 0x400}, {0x100, 0x1000200, 0x300, 0x400}, true},
         {"no mask low enough: the low byte", Video(), {0x500, 0x7F123456, 0x10}, {0x500, 0x56, 0x10}, true},
-        {"64-bit, top byte", Video(true), {0x100, 0xAB00000000000200, 0x300}, kMended, true},
+        {"64-bit, top byte", Video(true), {0x100, 0xAB00000100000200, 0x100000300}, {0x100, 0x100000200, 0x100000300},
+         true},
         {"64-bit, upper half", Video(true), {0x100, 0x0000000100000200, 0x300}, kMended, true},
         {"64-bit, the low byte", Video(true), {0x500, 0xFFFFFFFFFFFFFF56, 0x10}, {0x500, 0x56, 0x10}, true},
         {"the first enabled video track", [](const Offsets& v) {
