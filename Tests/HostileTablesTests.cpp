@@ -24,7 +24,7 @@ TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
         plan.tracks[0].stts = {{0xFFFFFFFF, 1}};
         plan.tracks[0].stsc = {{1, 0xFFFFFFFF, 1}};
         plan.tracks[0].replaceStbl = {Stsz(4, {4}, stszCount)};
-        const OpenResult r = OpenSpec(plan);
+        const OpenResult r = OpenBytes(BuildMovieFile(plan));
         ASSERT_TRUE(r.movie);
         std::vector<QT::VideoSampleRecord> table;
         EXPECT_EQ(r.movie->GetIndTrack(0)->MakeFullVideoSampleTable(false, true, table), QT::kResultBadSampleTables);

@@ -46,7 +46,7 @@ std::string Lookup(const Atom& meta, const std::string& key)
 {
     MovieSpec plan;
     plan.extraMoov.push_back(meta);
-    const OpenResult r = OpenSpec(plan);
+    const OpenResult r = OpenBytes(BuildMovieFile(plan));
     EXPECT_EQ(r.code, QT::kResultSuccess);
     QT::MetadataValue v;
     v.mDataType = 99;
