@@ -21,6 +21,14 @@ QT::FourCC ExpectedMediaType(const nlohmann::json& stream)
     return QT::kUnknownMediaType;
 }
 
+// The display matrix rotation, in degrees counterclockwise; 0 without one.
+int Rotation(const nlohmann::json& stream)
+{
+    for (const auto& side : stream.value("side_data_list", nlohmann::json::array()))
+        if (side.contains("rotation")) return side.at("rotation").get<int>();
+    return 0;
+}
+
 class CorpusFile : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(CorpusFile, TracksMatchTheIndependentParser)
@@ -37,18 +45,34 @@ TEST_P(CorpusFile, TracksMatchTheIndependentParser)
     ASSERT_EQ(code, QT::kResultSuccess);
     const auto& streams = probe.at("streams");
     ASSERT_EQ(movie->GetTrackCount(), streams.size());
+    QT::QTRect expected;
     for (std::uint32_t i = 0; i < movie->GetTrackCount(); ++i) {
         const auto& stream = streams.at(i);
         auto track = movie->GetIndTrack(i);
         SCOPED_TRACE("track " + std::to_string(i));
         EXPECT_EQ(track->GetTrackMediaType(), ExpectedMediaType(stream));
-        const std::string timeBase = stream.value("time_base", "");
-        EXPECT_EQ("1/" + std::to_string(track->GetMediaTimeScale()), timeBase);
-        if (stream.contains("nb_frames") && stream.value("codec_type", "") == "video") {
-            auto* core = static_cast<QT::QTTrack*>(track.Get());
-            EXPECT_EQ(std::to_string(core->GetTotalSampleCount()), stream.value("nb_frames", ""));
+        EXPECT_EQ("1/" + std::to_string(track->GetMediaTimeScale()), stream.value("time_base", ""));
+        // The independent parser makes an enabled track its stream's default.
+        EXPECT_EQ(track->IsTrackEnabled(), stream.at("disposition").value("default", 0) == 1);
+        const int rotation = Rotation(stream);
+        EXPECT_EQ(track->GetTrackMatrixRotation(), static_cast<std::uint32_t>((rotation / 90 % 4 + 4) % 4));
+        EXPECT_EQ(track->IsTrackMatrixIdentity(), rotation == 0);
+        EXPECT_TRUE(track->IsTrackMatrixRightAngle());
+        QT::QTRect r;
+        track->GetTrackDimensions(r);
+        const int width = stream.value("width", 0), height = stream.value("height", 0);
+        EXPECT_EQ(std::tuple(r.left, r.top, r.right, r.bottom), std::tuple(0, 0, width, height));
+        expected.right = std::max(expected.right, width);
+        expected.bottom = std::max(expected.bottom, height);
+        if (stream.value("codec_type", "") == "video" && stream.contains("nb_frames")) {
+            EXPECT_EQ(std::to_string(static_cast<QT::QTTrack&>(*track).GetTotalSampleCount()), stream.at("nb_frames"));
         }
     }
+    // The union of the tracks' rectangles and the origin.
+    QT::QTRect bounds{1, 1, 1, 1};
+    movie->GetBounds(bounds);
+    EXPECT_EQ(std::tuple(bounds.left, bounds.top, bounds.right, bounds.bottom),
+              std::tuple(0, 0, expected.right, expected.bottom));
 }
 
 INSTANTIATE_TEST_SUITE_P(Corpus, CorpusFile, ::testing::ValuesIn(CorpusNames()),
