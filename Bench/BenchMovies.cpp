@@ -20,7 +20,7 @@ std::uint32_t FrameSize(std::uint32_t i) { return 1000 + (i * 7919u) % 2000; }
 
 // `samples` samples of `size` bytes in `chunks` chunks (one sample a chunk by
 // default), the chunks `stride` bytes apart.
-void ConstantSizeSamples(TrackSpec& t, std::uint32_t size, std::uint32_t samples, std::uint64_t stride,
+void ConstantSizeSamples(TrackPlan& t, std::uint32_t size, std::uint32_t samples, std::uint64_t stride,
                          std::uint32_t chunks = 0)
 {
     if (chunks == 0) chunks = samples;
@@ -31,21 +31,21 @@ void ConstantSizeSamples(TrackSpec& t, std::uint32_t size, std::uint32_t samples
     for (std::uint32_t i = 0; i < chunks; ++i) t.stco[i] = static_cast<std::uint32_t>(kMediaStart + stride * i);
 }
 
-MovieSpec OneTrackMovie(const TrackSpec& t)
+MoviePlan OneTrackMovie(const TrackPlan& t)
 {
-    MovieSpec m;
+    MoviePlan m;
     m.timeScale = kMovieScale;
     m.duration = t.duration;
     m.tracks = {t};
     return m;
 }
 
-TrackSpec VideoBase(std::uint32_t width, std::uint32_t height)
+TrackPlan VideoBase(std::uint32_t width, std::uint32_t height)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.width = static_cast<std::int32_t>(width);
     t.height = static_cast<std::int32_t>(height);
-    ImageDescriptionSpec d;
+    ImageDescriptionPlan d;
     d.width = static_cast<std::uint16_t>(width);
     d.height = static_cast<std::uint16_t>(height);
     t.descriptions = {ImageDescription(d)};
@@ -55,9 +55,9 @@ TrackSpec VideoBase(std::uint32_t width, std::uint32_t height)
 // 60 fps video at 60000: runs of 10 frames of 1000 and 1002 units, a key
 // frame every 60, variable sizes, `perChunk` frames per chunk, and one edit
 // that leaves out the first two frames and the last two.
-MovieSpec Video(std::uint32_t frames, std::uint32_t perChunk)
+MoviePlan Video(std::uint32_t frames, std::uint32_t perChunk)
 {
-    TrackSpec t = VideoBase(1920, 1080);
+    TrackPlan t = VideoBase(1920, 1080);
     t.mediaTimeScale = 60000;
     t.stts.clear();
     std::uint64_t mediaDuration = 0;
@@ -88,9 +88,9 @@ MovieSpec Video(std::uint32_t frames, std::uint32_t perChunk)
 
 // Frames in the order I P B B P B B ..., with `ctts` and `sdtp` to match;
 // `frames` is one more than a multiple of 3.
-MovieSpec Temporal(std::uint32_t frames)
+MoviePlan Temporal(std::uint32_t frames)
 {
-    TrackSpec t = VideoBase(1920, 1080);
+    TrackPlan t = VideoBase(1920, 1080);
     t.mediaTimeScale = 60000;
     t.stts = {{frames, 1000}};
     t.mediaDuration = frames * 1000;
@@ -111,9 +111,9 @@ MovieSpec Temporal(std::uint32_t frames)
 }
 
 // 16-bit stereo at 48 kHz, 1024 frames a chunk.
-MovieSpec Audio(std::uint32_t chunks)
+MoviePlan Audio(std::uint32_t chunks)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.mediaType = "soun";
     t.mediaTimeScale = 48000;
     const std::uint32_t frames = chunks * 1024;
@@ -127,9 +127,9 @@ MovieSpec Audio(std::uint32_t chunks)
 }
 
 // `c708` samples of 40 bytes, one a chunk, at 29.97 fps.
-MovieSpec Captions(std::uint32_t samples)
+MoviePlan Captions(std::uint32_t samples)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.mediaType = "clcp";
     t.flags = 3;
     t.mediaTimeScale = 30000;
@@ -142,16 +142,16 @@ MovieSpec Captions(std::uint32_t samples)
 }
 
 // Many small video tracks of different sizes.
-MovieSpec Tracks(std::uint32_t count)
+MoviePlan Tracks(std::uint32_t count)
 {
-    MovieSpec m;
+    MoviePlan m;
     m.timeScale = kMovieScale;
     m.tracks.clear();
     for (std::uint32_t i = 0; i < count; ++i) m.tracks.push_back(VideoBase(16 + i, 16 + 2 * i));
     return m;
 }
 
-MovieSpec SpecOf(const BenchMovie& movie)
+MoviePlan PlanOf(const BenchMovie& movie)
 {
     switch (movie.kind) {
     case Kind::kVideo: return Video(movie.items, movie.name.find("chunked") != std::string::npos ? 1000 : 1);
@@ -216,7 +216,7 @@ std::vector<BenchMovie> WriteMovies(const std::filesystem::path& dir)
     std::vector<BenchMovie> set = MovieSet(dir);
     for (BenchMovie& m : set) {
         if (!std::filesystem::exists(m.path)) {
-            const Bytes bytes = BuildMovieFile(SpecOf(m));
+            const Bytes bytes = BuildMovieFile(PlanOf(m));
             const std::filesystem::path part = m.path.string() + ".part";
             std::ofstream out(part, std::ios::binary);
             out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));

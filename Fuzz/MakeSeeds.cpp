@@ -64,10 +64,10 @@ int main(int argc, char** argv)
         Write(dir, entry.path().stem().string() + ".mov", WithoutMedia(ReadFile(entry.path())));
     }
 
-    MovieSpec basic;
+    MoviePlan basic;
     Write(dir, "built-minimal.mov", BuildMovieFile(basic));
 
-    MovieSpec av;
+    MoviePlan av;
     av.tracks[0].width = 640;
     av.tracks[0].height = 480;
     av.tracks[0].stts = {{4, 100}};
@@ -76,7 +76,7 @@ int main(int argc, char** argv)
     av.tracks[0].stco = {100, 200, 300};
     av.tracks[0].stss = std::vector<std::uint32_t>{1, 3};
     av.tracks[0].edits = std::vector<std::array<std::uint32_t, 3>>{{300, 50, 0x10000}};
-    TrackSpec sound;
+    TrackPlan sound;
     sound.mediaType = "soun";
     sound.stts = {{1000, 1}};
     sound.stsc = {{1, 500, 1}};
@@ -84,12 +84,12 @@ int main(int argc, char** argv)
     sound.stszSizes = std::vector<std::uint32_t>(1000, 2);
     sound.stco = {400, 1400};
     av.tracks.push_back(sound);
-    TrackSpec tc;
+    TrackPlan tc;
     tc.mediaType = "tmcd";
     av.tracks.push_back(tc);
     Write(dir, "built-av.mov", BuildMovieFile(av, Bytes(64, 0)));
 
-    MovieSpec wide;
+    MoviePlan wide;
     wide.tracks[0].co64 = std::vector<std::uint64_t>{0x100000000ull};
     Write(dir, "built-co64.mov", BuildMovieFile(wide));
     return 0;

@@ -13,19 +13,19 @@ using namespace testsupport;
 
 namespace {
 
-using Change = std::function<void(TrackSpec&)>;
+using Change = std::function<void(TrackPlan&)>;
 using Range = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t>; // count, output position, offset
 using Keyed = std::vector<std::pair<std::uint64_t, Range>>;
 using Entries = std::vector<std::array<std::uint32_t, 3>>;
 
-Change Edits(Entries edits) { return [=](TrackSpec& t) { t.edits = edits; }; }
+Change Edits(Entries edits) { return [=](TrackPlan& t) { t.edits = edits; }; }
 Change Edit(std::uint32_t duration, std::uint32_t mediaTime) { return Edits({{duration, mediaTime, 0x10000}}); }
-Change Runs(Entries stsc) { return [=](TrackSpec& t) { t.stsc = stsc; }; }
-Change Stts(std::vector<std::pair<std::uint32_t, std::uint32_t>> stts) { return [=](TrackSpec& t) { t.stts = stts; }; }
-Change Duration(std::uint32_t d) { return [=](TrackSpec& t) { t.duration = d; }; }
-Change Described(Bytes d) { return [=](TrackSpec& t) { t.descriptions = {d}; }; }
-Change All(std::vector<Change> changes) { return [=](TrackSpec& t) { for (const Change& c : changes) c(t); }; }
-Change Stbl(std::vector<Atom> atoms) { return [=](TrackSpec& t) { t.replaceStbl = atoms; }; }
+Change Runs(Entries stsc) { return [=](TrackPlan& t) { t.stsc = stsc; }; }
+Change Stts(std::vector<std::pair<std::uint32_t, std::uint32_t>> stts) { return [=](TrackPlan& t) { t.stts = stts; }; }
+Change Duration(std::uint32_t d) { return [=](TrackPlan& t) { t.duration = d; }; }
+Change Described(Bytes d) { return [=](TrackPlan& t) { t.descriptions = {d}; }; }
+Change All(std::vector<Change> changes) { return [=](TrackPlan& t) { for (const Change& c : changes) c(t); }; }
+Change Stbl(std::vector<Atom> atoms) { return [=](TrackPlan& t) { t.replaceStbl = atoms; }; }
 Atom Hostile(const char* type, ByteWriter entries) { return Atom(type, ByteWriter().U32(0).U32(~0u).Raw(entries)); }
 
 // Stereo 16-bit, 4 bytes a frame, chunks of 1000 frames at 5000 and 9000, with
@@ -59,7 +59,7 @@ TEST(AudioRangeMap, RangesAndRefusals)
         // The run that reaches the last sample is finished; the next is not visited.
         {"stop at the end of the run that reaches the samples",
          All({Stts({{1500, 1}}), Runs({{1, 1000, 1}, {3, 1000, 1}}), Duration(5000),
-              [](TrackSpec& t) { t.stco = {5000, 9000, 13000}; }}),
+              [](TrackPlan& t) { t.stco = {5000, 9000, 13000}; }}),
          {first, second}},
         // Widened as signed: from 2^31 on the count never stops the walk.
         {"a sample count of 2^31", All({Stts({{0x80000000u, 1}}), Runs({{1, 0x80000000u, 1}, {2, 10, 1}}), Duration(~0u)}),
@@ -67,13 +67,13 @@ TEST(AudioRangeMap, RangesAndRefusals)
         // Mono `in24` of sample size 16: 3 bytes a frame.
         {"24 bits from the format, offsets above 32 bits",
          All({Described(SoundDescriptionV1("in24", 1, 16)), Edit(1000, 500),
-              [](TrackSpec& t) { t.co64 = std::vector<std::uint64_t>{0x123456789ull, 0x223456789ull}; }}),
+              [](TrackPlan& t) { t.co64 = std::vector<std::uint64_t>{0x123456789ull, 0x223456789ull}; }}),
          {{500, 0, 0x123456789ull + 1500}, {500, 500, 0x223456789ull}}},
         {"12-bit samples count as one byte",
          All({Described(SoundDescriptionV0("twos", 3, 12, 48000u << 16)), Edit(100, 10)}), {{100, 0, 5000 + 10 * 3}}},
         {"no samples", Stts({{0, 1}}), {}},
         {"no stsc entries", Runs({}), {}},
-        {"no chunks", [](TrackSpec& t) { t.stco = {}; }, {}},
+        {"no chunks", [](TrackPlan& t) { t.stco = {}; }, {}},
         {"two edits and two stts entries: the edits first",
          All({Stts({{1000, 1}, {1000, 2}}), Edits({{1000, 0, 0x10000}, {1000, 1000, 0x10000}})}), {},
          QT::kResultEditListNotSimple},
@@ -88,9 +88,9 @@ TEST(AudioRangeMap, RangesAndRefusals)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        MovieSpec movie;
+        MoviePlan movie;
         movie.timeScale = c.movieTimeScale;
-        TrackSpec& t = movie.tracks.front() = SoundTrack({SoundDescriptionV0("sowt", 2, 16, 48000u << 16)});
+        TrackPlan& t = movie.tracks.front() = SoundTrack({SoundDescriptionV0("sowt", 2, 16, 48000u << 16)});
         t.duration = t.mediaDuration = 2000;
         t.stts = {{2000, 1}};
         t.stsc = {{1, 1000, 1}};

@@ -16,10 +16,10 @@ const QT::String16 kNoFile = u"/nonexistent-directory/none.mov";
 QT::CaptionSampleRecord Pair(std::uint64_t time, std::uint64_t offset) { return {time, offset, 2, false, 0, 0}; }
 
 // `sizes` spread evenly over `chunks`, 1001 apart at 30000 a second.
-TrackSpec CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std::vector<std::uint32_t> chunks)
+TrackPlan CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std::vector<std::uint32_t> chunks)
 {
     const auto n = static_cast<std::uint32_t>(sizes.size());
-    TrackSpec plan;
+    TrackPlan plan;
     plan.mediaType = "clcp";
     plan.mediaTimeScale = 30000;
     plan.descriptions = {SampleDescription(format, {})};
@@ -31,9 +31,9 @@ TrackSpec CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std
 }
 
 // The track in a movie whose `mdat`, holding `mdat`, comes first.
-OpenedTrack OpenCaptions(const TrackSpec& track, const Bytes& mdat = {})
+OpenedTrack OpenCaptions(const TrackPlan& track, const Bytes& mdat = {})
 {
-    MovieSpec movie;
+    MoviePlan movie;
     movie.tracks = {track};
     return OpenTrackOf(BuildMovieFileMediaFirst(movie, mdat));
 }
@@ -85,9 +85,9 @@ TEST(Caption, DataRunsOfBuiltTracks)
     const std::uint32_t b = kBase;
     Bytes probedOnce = CdatSample(1); // the second chunk, 16 bytes on, has no `cdat`
     probedOnce.resize(32, 0x55);
-    TrackSpec fixed = CaptionTrack("c608", {20, 20}, {1000});
+    TrackPlan fixed = CaptionTrack("c608", {20, 20}, {1000});
     fixed.stszConstant = 20;
-    struct Case { const char* name; TrackSpec plan; Bytes mdat; bool realFile; std::vector<QT::CaptionSampleRecord> runs; };
+    struct Case { const char* name; TrackPlan plan; Bytes mdat; bool realFile; std::vector<QT::CaptionSampleRecord> runs; };
     const Case cases[] = {
         {"c608 of a constant 20 bytes: two runs, the file not read", fixed, {}, false,
          {{0, 1008, 2, true, 1018, 2}, {1001, 1028, 2, true, 1038, 2}}},
@@ -128,7 +128,7 @@ TEST(Caption, FrameDuration)
                           {{1000, 1001}, 25, 1}, {{0, 0}, 600, 20}, {{0x80000000, 0x80000000}, 30000, 1001}};
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.durations) + " at " + std::to_string(c.timeScale));
-        TrackSpec plan = CaptionTrack("c608", {12}, {100});
+        TrackPlan plan = CaptionTrack("c608", {12}, {100});
         plan.mediaTimeScale = c.timeScale;
         plan.stts.clear();
         for (std::uint32_t d : c.durations) plan.stts.push_back({1, d});
@@ -139,9 +139,9 @@ TEST(Caption, FrameDuration)
 TEST(Caption, TablesThatCannotBeUsedAndEditsThatChooseSamples)
 {
     // Three c708 samples, one a chunk, 1001 apart; the movie's 600 units a second are 50 of the media's.
-    using Plan = TrackSpec&;
+    using Plan = TrackPlan&;
     const QT::ResultCode bad = QT::kResultCaptionTables, ok = QT::kResultSuccess;
-    struct Case { const char* name; std::function<void(TrackSpec&)> change; QT::ResultCode result; std::size_t added; };
+    struct Case { const char* name; std::function<void(TrackPlan&)> change; QT::ResultCode result; std::size_t added; };
     const Case cases[] = {
         {"stts without entries", [](Plan s) { s.stts = {}; }, bad, 0},
         {"a negative constant size", [](Plan s) { s.stszConstant = 0x80000000u; }, bad, 0},
@@ -158,7 +158,7 @@ TEST(Caption, TablesThatCannotBeUsedAndEditsThatChooseSamples)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec plan = CaptionTrack("c708", {12, 12, 12}, {100, 200, 300});
+        TrackPlan plan = CaptionTrack("c708", {12, 12, 12}, {100, 200, 300});
         c.change(plan);
         QT::CaptionSampleMap table = {{1, Pair(1, 1)}}; // the host's record stays
         EXPECT_EQ(OpenCaptions(plan).track->MakeCaptionSampleTable(kNoFile, table, true), c.result);

@@ -11,7 +11,7 @@ namespace {
 
 OpenedTrack TrackWithDinf(const Atom& dinf)
 {
-    TrackSpec plan;
+    TrackPlan plan;
     plan.mediaType = "tmcd"; // the timecode queries read the reference too
     plan.dinf = dinf;
     return OpenTrackOf(plan);

@@ -25,9 +25,9 @@ void Touch(const std::filesystem::path& path)
 }
 
 // A track of `mediaType` whose `dref` holds `alis` entries for "/Vol/<name>", each in "Clips".
-TrackSpec Track(const char* mediaType, std::vector<const char*> files, bool enabled = true)
+TrackPlan Track(const char* mediaType, std::vector<const char*> files, bool enabled = true)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.mediaType = mediaType;
     t.flags = enabled ? 1 : 0;
     std::vector<Bytes> entries;
@@ -38,7 +38,7 @@ TrackSpec Track(const char* mediaType, std::vector<const char*> files, bool enab
 
 TEST(ExternalReferences, ListingAndGatheringByTrack)
 {
-    struct Case { const char* name; std::vector<TrackSpec> tracks; QT::TrackReferenceMap video, audio, timecode;
+    struct Case { const char* name; std::vector<TrackPlan> tracks; QT::TrackReferenceMap video, audio, timecode;
                   std::vector<const char*> gathered; };
     const Case cases[] = {
         {"self-contained tracks", {Track("vide", {}), Track("soun", {})}, {}, {}, {}, {}},
@@ -53,9 +53,9 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        MovieSpec plan;
+        MoviePlan plan;
         plan.tracks = c.tracks;
-        OpenResult opened = OpenSpec(plan);
+        OpenResult opened = OpenPlan(plan);
         ASSERT_EQ(opened.code, QT::kResultSuccess);
         // A listed index replaces what the caller had there; other entries stay.
         QT::TrackReferenceMap video = {{0, u"old"}, {7, u"kept"}}, audio = video, timecode = video;

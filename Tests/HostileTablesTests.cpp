@@ -20,7 +20,7 @@ TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
     // table fails; with that count raised to match, the file size refuses the frames.
     const auto start = std::chrono::steady_clock::now();
     for (std::uint32_t stszCount : {1u, 0xFFFFFFFFu}) {
-        MovieSpec plan;
+        MoviePlan plan;
         plan.tracks[0].stts = {{0xFFFFFFFF, 1}};
         plan.tracks[0].stsc = {{1, 0xFFFFFFFF, 1}};
         plan.tracks[0].replaceStbl = {Stsz(4, {4}, stszCount)};
@@ -61,7 +61,7 @@ void ExpectNoMovie(const Bytes& bytes, std::uint64_t sparseSize, bool copied)
 TEST(HostileFiles, MovieAtomLargerThanTheFileIsRefusedBeforeItsCopy)
 {
     // Found by fuzzing: a movie atom claiming 80 MB in a file of under 1 KB.
-    Bytes found = BuildMovieFile(MovieSpec{});
+    Bytes found = BuildMovieFile(MoviePlan{});
     std::copy_n(ByteWriter().U32(0x0500051f).Get().begin(), 4, found.begin() + 20);
     ExpectNoMovie(found, 0, false);
     // In sparse files: the largest movie atom is copied (and, all zeros, is no

@@ -44,7 +44,7 @@ Atom One(std::uint32_t type, Bytes value) { return Meta({Hdlr(), Keys({"k"}), Il
 // "data type/alternative:value" (for numbers and text), or "" when the key has no value.
 std::string Lookup(const Atom& meta, const std::string& key)
 {
-    MovieSpec plan;
+    MoviePlan plan;
     plan.extraMoov.push_back(meta);
     const OpenResult r = OpenBytes(BuildMovieFile(plan));
     EXPECT_EQ(r.code, QT::kResultSuccess);

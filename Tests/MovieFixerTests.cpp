@@ -28,9 +28,9 @@ std::pair<Bytes, bool> Fix(const Bytes& bytes)
     return {file.Read(), fs::last_write_time(file.Path()) > dayAgo + std::chrono::hours(1)};
 }
 
-TrackSpec Track(const char* media, const Offsets& offsets, bool wide = false, std::uint32_t flags = 1)
+TrackPlan Track(const char* media, const Offsets& offsets, bool wide = false, std::uint32_t flags = 1)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.mediaType = media;
     t.flags = flags;
     t.stco.assign(offsets.begin(), offsets.end());
@@ -40,9 +40,9 @@ TrackSpec Track(const char* media, const Offsets& offsets, bool wide = false, st
 
 // The movie padded to F bytes. Its layout does not depend on the values in the
 // tables, so the movie built with the mended values is the expected file.
-Bytes Sized(std::vector<TrackSpec> tracks)
+Bytes Sized(std::vector<TrackPlan> tracks)
 {
-    MovieSpec plan;
+    MoviePlan plan;
     plan.tracks = std::move(tracks);
     return BuildMovieFile(plan, Bytes(F - BuildMovieFile(plan).size(), 0));
 }
@@ -61,7 +61,7 @@ Build Video(bool wide = false) { return [wide](const Offsets& v) { return Sized(
 Build WithCount(std::uint32_t count)
 {
     return [count](const Offsets& v) {
-        TrackSpec video = Track("vide", v);
+        TrackPlan video = Track("vide", v);
         video.extraStbl.push_back(Atom("free", Bytes(16, 0)));
         Bytes file = Sized({video});
         std::copy_n(ByteWriter().U32(count).Get().begin(), 4, file.begin() + Find(file, "stco") + 8);
@@ -97,7 +97,7 @@ TEST(FixMovie, MendsOnlyDamagedEntries)
                            Track("vide", kDamaged)});
          }, kDamaged, kMended, true},
         {"co64, and not stco beside it", [](const Offsets& v) {
-             TrackSpec t = Track("vide", v, true);
+             TrackPlan t = Track("vide", v, true);
              t.extraStbl.push_back(Stco({0x100, 0x05000200, 0x300}));
              return Sized({t});
          }, kDamaged, kMended, true},

@@ -118,7 +118,7 @@ TEST(SoundDescription, ShortAndHostileDescriptions)
 
 TEST(SoundDescription, OtherMediaIsAContractFailure)
 {
-    TrackSpec plan = SoundTrack({SoundDescriptionV0("sowt", 2, 16, k48k)});
+    TrackPlan plan = SoundTrack({SoundDescriptionV0("sowt", 2, 16, k48k)});
     plan.mediaType = "vide";
     auto video = OpenTrack(plan);
     ASSERT_TRUE(video);

@@ -28,9 +28,9 @@ Bytes Description(const Bytes& tail = {})
 }
 
 // One sample of 4 bytes at 1000.
-TrackSpec TimecodeTrack(const Bytes& description = Description(), const char* subtype = "tmcd")
+TrackPlan TimecodeTrack(const Bytes& description = Description(), const char* subtype = "tmcd")
 {
-    TrackSpec plan;
+    TrackPlan plan;
     plan.mediaType = "tmcd";
     plan.hdlrSubtype = subtype;
     plan.descriptions = {description};
@@ -112,7 +112,7 @@ TEST(Timecode, FrameValueAndTheFirstEdit)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec plan = TimecodeTrack(Description(), c.subtype);
+        TrackPlan plan = TimecodeTrack(Description(), c.subtype);
         if (c.editTime != 0) plan.edits = {{{100, c.editTime, 0x10000}, {100, 0, 0x10000}}};
         QT::TimecodeInfo info;
         info.mTicksPerFrame = c.ticks;
@@ -134,7 +134,7 @@ TEST(Timecode, SampleLocation)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec plan = TimecodeTrack();
+        TrackPlan plan = TimecodeTrack();
         plan.stszConstant = 0;
         plan.stszSizes = c.sizes;
         plan.co64 = c.chunks;
@@ -145,7 +145,7 @@ TEST(Timecode, SampleLocation)
     }
     std::uint64_t offset = 0;
     std::uint32_t size = 0; // a track of another type breaks the contract
-    EXPECT_THROW(OpenTrackOf(TrackSpec{}).track->GetTimecodeMediaSampleLocation(offset, size), vellum::config::Error);
+    EXPECT_THROW(OpenTrackOf(TrackPlan{}).track->GetTimecodeMediaSampleLocation(offset, size), vellum::config::Error);
 }
 
 } // namespace

@@ -44,7 +44,7 @@ TEST(EditAnalysis, ReducesTheEditList)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackSpec t;
+        TrackPlan t;
         t.mediaType = c.sound ? "soun" : "vide";
         std::tie(t.mediaTimeScale, t.duration, t.mediaDuration, t.edits, t.stts) =
             std::tie(c.mediaScale, c.tkhdDuration, c.mediaDuration, c.edits, c.stts);
@@ -68,7 +68,7 @@ TEST(TimeScales, ConversionsAt64Bits)
         {0, 600, 100, 0, 0}, {600, 0, 100, 0, 0},
     };
     for (const auto& [movieScale, mediaScale, value, media, movie] : cases) {
-        TrackSpec t;
+        TrackPlan t;
         t.mediaTimeScale = mediaScale;
         const OpenedTrack o = OpenTrackOf(t, movieScale);
         EXPECT_EQ(o.Core().MovieToMediaTime(value), media) << movieScale << " " << mediaScale;

@@ -32,7 +32,7 @@ Bytes ToBytes(const Pelt::BinaryData& data) { return Bytes(data.Data(), data.Dat
 
 Tessel::InterfaceRef<QT::IQTTrack> Open(std::vector<Bytes> descriptions)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.descriptions = std::move(descriptions);
     return OpenTrack(t);
 }

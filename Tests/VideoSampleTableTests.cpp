@@ -12,14 +12,14 @@ using namespace testsupport;
 namespace {
 
 using Table = std::vector<QT::VideoSampleRecord>;
-using Change = std::function<void(TrackSpec&)>;
+using Change = std::function<void(TrackPlan&)>;
 using Numbers = std::vector<std::uint64_t>;
 using Edits = std::vector<std::array<std::uint32_t, 3>>;
 
 // Ten samples of duration 100 and sizes 10, 11, ..., two per chunk, as `change` leaves them.
 Tessel::InterfaceRef<QT::IQTTrack> TenSamples(const Change& change)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.duration = t.mediaDuration = 1000;
     t.stts = {{10, 100}};
     t.stsc = {{1, 2, 1}};
@@ -31,7 +31,7 @@ Tessel::InterfaceRef<QT::IQTTrack> TenSamples(const Change& change)
 
 Change Edit(std::uint32_t duration, std::uint32_t mediaTime)
 {
-    return [=](TrackSpec& t) { t.edits = Edits{{duration, mediaTime, 0x10000}}; t.duration = duration; };
+    return [=](TrackPlan& t) { t.edits = Edits{{duration, mediaTime, 0x10000}}; t.duration = duration; };
 }
 
 enum Field { kOffset, kSize, kDuration, kTime };
@@ -48,16 +48,16 @@ TEST(VideoSampleTable, Records)
     Numbers sum = {64}; // 5000 samples of sizes 1 to 97 in one chunk, added up one by one
     for (std::uint32_t i = 0; i + 1 < 5000; ++i) sum.push_back(sum.back() + i % 97 + 1);
     const std::tuple<const char*, Change, Field, Numbers> cases[] = {
-        {"5000 samples in one chunk", [](TrackSpec& t) {
+        {"5000 samples in one chunk", [](TrackPlan& t) {
              t.stts = {{5000, 1}}; t.duration = t.mediaDuration = 5000; t.stsc = {{1, 5000, 1}}; t.stco = {64};
              t.stszSizes.resize(5000);
              for (std::uint32_t i = 0; i < 5000; ++i) t.stszSizes[i] = i % 97 + 1;
          }, kOffset, sum},
         {"co64: offsets and sums in 64 bits",
-         [](TrackSpec& t) { t.co64 = std::vector<std::uint64_t>{0xfffffffc, 0x1234567890, 3000, 4000, 5000}; }, kOffset,
+         [](TrackPlan& t) { t.co64 = std::vector<std::uint64_t>{0xfffffffc, 0x1234567890, 3000, 4000, 5000}; }, kOffset,
          {0xfffffffc, 0x100000006, 0x1234567890, 0x1234567890 + 12, 3000, 3014, 4000, 4016, 5000, 5018}},
         {"sizes ahead in a chunk summed in 32 bits",
-         [](TrackSpec& t) { t.stsc = {{1, 3, 1}}; t.stszSizes[0] = 0xffffff00u; t.stszSizes[1] = 0x200; }, kOffset,
+         [](TrackPlan& t) { t.stsc = {{1, 3, 1}}; t.stszSizes[0] = 0xffffff00u; t.stszSizes[1] = 0x200; }, kOffset,
          {1000, 1000 + 0xffffff00ull, 1000 + 0x100, 2000, 2013, 2027, 3000, 3016, 3033, 4000}},
         {"edit from inside a sample: samples", Edit(300, 250), kSize, {12, 13, 14, 15}},
         {"edit from inside a sample: durations", Edit(300, 250), kDuration, {50, 100, 100, 100}},
@@ -78,24 +78,24 @@ TEST(VideoSampleTable, RefusedTables)
 {
     constexpr QT::ResultCode kBad = QT::kResultBadSampleTables, kNotFound = QT::kResultNotFound;
     const std::tuple<const char*, Change, QT::ResultCode, std::size_t> cases[] = {
-        {"no samples", [](TrackSpec& t) { t.stts = {}; }, kBad, 0},
-        {"stsz shorter than the samples", [](TrackSpec& t) { t.stszSizes.pop_back(); }, kBad, 0},
+        {"no samples", [](TrackPlan& t) { t.stts = {}; }, kBad, 0},
+        {"stsz shorter than the samples", [](TrackPlan& t) { t.stszSizes.pop_back(); }, kBad, 0},
         {"stsz counting sizes past the copy",
-         [](TrackSpec& t) { t.stts = {{100, 10}}; t.replaceStbl = {Stsz(0, {1, 2, 3, 4, 5, 6, 7, 8, 9}, 100)}; },
+         [](TrackPlan& t) { t.stts = {{100, 10}}; t.replaceStbl = {Stsz(0, {1, 2, 3, 4, 5, 6, 7, 8, 9}, 100)}; },
          kBad, 0},
-        {"constant size with a short count", [](TrackSpec& t) { t.stszConstant = 8; t.stszSizes.resize(9); }, kBad, 0},
-        {"constant size, more frames than the file holds", [](TrackSpec& t) { t.stszConstant = 1u << 28; }, kBad, 0},
-        {"stsc without entries", [](TrackSpec& t) { t.stsc = {}; }, kNotFound, 0},
-        {"runs end before the samples", [](TrackSpec& t) { t.stco = {1000, 2000, 3000}; }, kNotFound, 6},
+        {"constant size with a short count", [](TrackPlan& t) { t.stszConstant = 8; t.stszSizes.resize(9); }, kBad, 0},
+        {"constant size, more frames than the file holds", [](TrackPlan& t) { t.stszConstant = 1u << 28; }, kBad, 0},
+        {"stsc without entries", [](TrackPlan& t) { t.stsc = {}; }, kNotFound, 0},
+        {"runs end before the samples", [](TrackPlan& t) { t.stco = {1000, 2000, 3000}; }, kNotFound, 6},
         // The sample after the first run is placed with the old samples per
         // chunk; the one after it meets two empty runs.
-        {"an empty run between two", [](TrackSpec& t) { t.stsc = {{1, 2, 1}, {2, 0, 1}, {3, 2, 1}}; }, kNotFound, 3},
-        {"a run that leads past the chunk table", [](TrackSpec& t) { t.stsc = {{1, 1, 1}, {9, 1, 1}}; }, kNotFound, 5},
-        {"first chunk 0", [](TrackSpec& t) { t.stsc = {{0, 2, 1}}; }, kNotFound, 0},
-        {"last run starts past the chunk table", [](TrackSpec& t) { t.stsc = {{1, 0, 1}, {7, 2, 1}}; }, kNotFound, 0},
+        {"an empty run between two", [](TrackPlan& t) { t.stsc = {{1, 2, 1}, {2, 0, 1}, {3, 2, 1}}; }, kNotFound, 3},
+        {"a run that leads past the chunk table", [](TrackPlan& t) { t.stsc = {{1, 1, 1}, {9, 1, 1}}; }, kNotFound, 5},
+        {"first chunk 0", [](TrackPlan& t) { t.stsc = {{0, 2, 1}}; }, kNotFound, 0},
+        {"last run starts past the chunk table", [](TrackPlan& t) { t.stsc = {{1, 0, 1}, {7, 2, 1}}; }, kNotFound, 0},
         {"one sample per chunk, a chunk short",
-         [](TrackSpec& t) { t.stsc = {{1, 1, 1}}; t.stco = {10, 20, 30, 40, 50, 60, 70, 80, 90}; }, kNotFound, 9},
-        {"edit at rate 2", [](TrackSpec& t) { t.edits = Edits{{1000, 0, 0x20000}}; }, QT::kResultEditListNotSimple, 0},
+         [](TrackPlan& t) { t.stsc = {{1, 1, 1}}; t.stco = {10, 20, 30, 40, 50, 60, 70, 80, 90}; }, kNotFound, 9},
+        {"edit at rate 2", [](TrackPlan& t) { t.edits = Edits{{1000, 0, 0x20000}}; }, QT::kResultEditListNotSimple, 0},
     };
     for (const auto& [what, change, result, added] : cases) {
         SCOPED_TRACE(what);

@@ -22,10 +22,10 @@ constexpr QT::ResultCode kInvalid = QT::kResultBadSampleTables;
 const std::string kInvalidTable = "Invalid Quicktime sample table data detected.";
 
 // `flags.size()` samples of one duration, with the given `sdtp` and `ctts`.
-TrackSpec Frames(const Bytes& flags, const Offsets& ctts, std::uint32_t duration = 100)
+TrackPlan Frames(const Bytes& flags, const Offsets& ctts, std::uint32_t duration = 100)
 {
     const auto n = static_cast<std::uint32_t>(flags.size());
-    TrackSpec t;
+    TrackPlan t;
     t.stts = {{n, duration}};
     t.stsc = {{1, n, 1}};
     t.stszSizes = std::vector<std::uint32_t>(n, 1);
@@ -52,7 +52,7 @@ protected:
         vellum::debug::SetTraceLevel("Atomscan", 5);
     }
     void TearDown() override { vellum::debug::ClearTraceLevels(); vellum::debug::SetTraceSink(nullptr); }
-    Rows Make(const TrackSpec& plan, QT::ResultCode expected)
+    Rows Make(const TrackPlan& plan, QT::ResultCode expected)
     {
         auto track = OpenTrack(plan);
         Table table;
@@ -67,7 +67,7 @@ protected:
 
 TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
 {
-    TrackSpec ipbb = Frames(kIPBB, kIPBBOffsets);
+    TrackPlan ipbb = Frames(kIPBB, kIPBBOffsets);
     ipbb.stts = {{1, 100}, {3, 50}}; // offsets are divided by the first duration only
     EXPECT_EQ(Make(ipbb, QT::kResultSuccess), kIPBBRows);
     // An anchor without references (0x40 and 0x20 together) is a key frame that may be shown before others.
@@ -78,12 +78,12 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
 
 TEST_F(VideoTemporalTable, InvalidTables)
 {
-    TrackSpec noSdtp = Frames(kIPBB, kIPBBOffsets), noCtts = noSdtp, shortSdtp = noSdtp;
+    TrackPlan noSdtp = Frames(kIPBB, kIPBBOffsets), noCtts = noSdtp, shortSdtp = noSdtp;
     noSdtp.extraStbl = {Ctts(kIPBBOffsets)};
     noCtts.extraStbl = {Sdtp(kIPBB)};
     shortSdtp.extraStbl = {Sdtp({0x60, 0x40, 0x08}), Ctts(kIPBBOffsets)};
     // The records the table ends with, and the lines traced.
-    const std::tuple<const char*, TrackSpec, std::size_t, Lines> cases[] = {
+    const std::tuple<const char*, TrackPlan, std::size_t, Lines> cases[] = {
         {"no sdtp: the table is left alone", noSdtp, 0, {}},
         {"no ctts", noCtts, 0, {}},
         // Refused before the table grows, so its size stays within what the file holds.

@@ -171,7 +171,7 @@ Atom SelfContainedDinf()
     return Atom("dinf", {dref});
 }
 
-Bytes ImageDescription(const ImageDescriptionSpec& plan)
+Bytes ImageDescription(const ImageDescriptionPlan& plan)
 {
     ByteWriter w;
     w.U32(plan.size.value_or(static_cast<std::uint32_t>(86 + plan.extensions.size())))
@@ -206,7 +206,7 @@ Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries)
     return Atom("ctts", w.Take());
 }
 
-Atom BuildTrak(const TrackSpec& plan)
+Atom BuildTrak(const TrackPlan& plan)
 {
     std::vector<Atom> trak;
     trak.emplace_back("tkhd", TkhdPayload(plan.flags, plan.duration, plan.width << 16, plan.height << 16, plan.matrix));
@@ -243,10 +243,10 @@ Atom BuildTrak(const TrackSpec& plan)
     return Atom("trak", trak);
 }
 
-Atom BuildMoov(const MovieSpec& plan)
+Atom BuildMoov(const MoviePlan& plan)
 {
     std::vector<Atom> moov{Atom("mvhd", MvhdPayload(plan.timeScale, plan.duration, plan.posterTime))};
-    for (const TrackSpec& t : plan.tracks) moov.push_back(BuildTrak(t));
+    for (const TrackPlan& t : plan.tracks) moov.push_back(BuildTrak(t));
     for (const Atom& a : plan.extraMoov) moov.push_back(a);
     return Atom("moov", moov);
 }
@@ -261,7 +261,7 @@ Bytes Concat(const std::vector<Atom>& atoms)
     return out;
 }
 
-Bytes BuildMovieFile(const MovieSpec& plan, const Bytes& mdatPayload)
+Bytes BuildMovieFile(const MoviePlan& plan, const Bytes& mdatPayload)
 {
     return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), BuildMoov(plan),
                    Atom("mdat", mdatPayload)});

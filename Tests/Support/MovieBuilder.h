@@ -73,7 +73,7 @@ Bytes SampleDescription(const char* format, const Bytes& body);
 Atom SelfContainedDinf();
 
 // An image description: the fixed part of 86 bytes, then `extensions`.
-struct ImageDescriptionSpec {
+struct ImageDescriptionPlan {
     std::string format = "avc1";
     std::string vendor = "appl";
     std::uint32_t temporalQuality = 0, spatialQuality = 0;
@@ -88,13 +88,13 @@ struct ImageDescriptionSpec {
     Bytes extensions{};                      // extension atoms, as bytes
     std::optional<std::uint32_t> size{};     // replaces the size field
 };
-Bytes ImageDescription(const ImageDescriptionSpec& plan);
+Bytes ImageDescription(const ImageDescriptionPlan& plan);
 // `sdtp` with one flag byte per sample; `ctts` with sample count, offset pairs.
 Atom Sdtp(const Bytes& flags);
 Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries);
 
 // A track, described by its parts. Tables default to one sample in one chunk.
-struct TrackSpec {
+struct TrackPlan {
     std::string mediaType = "vide";
     std::uint32_t flags = 1; // enabled
     std::uint32_t duration = 100;
@@ -120,19 +120,19 @@ struct TrackSpec {
     std::optional<std::string> hdlrSubtype; // replaces the subtype taken from mediaType
 };
 
-Atom BuildTrak(const TrackSpec& plan);
+Atom BuildTrak(const TrackPlan& plan);
 
-struct MovieSpec {
+struct MoviePlan {
     std::uint32_t timeScale = 600;
     std::uint32_t duration = 100;
     std::uint32_t posterTime = 0;
-    std::vector<TrackSpec> tracks = {TrackSpec{}};
+    std::vector<TrackPlan> tracks = {TrackPlan{}};
     std::vector<Atom> extraMoov; // more children of `moov` behind the tracks (udta, meta, ...)
 };
 
-Atom BuildMoov(const MovieSpec& plan);
+Atom BuildMoov(const MoviePlan& plan);
 // `ftyp`, the movie atom, and `mdat` with `mdatPayload` behind it.
-Bytes BuildMovieFile(const MovieSpec& plan, const Bytes& mdatPayload = {});
+Bytes BuildMovieFile(const MoviePlan& plan, const Bytes& mdatPayload = {});
 // Any atoms in a row.
 Bytes Concat(const std::vector<Atom>& atoms);
 

@@ -21,12 +21,12 @@ inline OpenResult OpenBytes(const Bytes& bytes)
     return r;
 }
 
-inline OpenResult OpenSpec(const MovieSpec& plan) { return OpenBytes(BuildMovieFile(plan)); }
+inline OpenResult OpenPlan(const MoviePlan& plan) { return OpenBytes(BuildMovieFile(plan)); }
 
 // The movie's track `index`, or a failed test.
-inline Tessel::InterfaceRef<QT::IQTTrack> TrackOf(const MovieSpec& plan, std::uint64_t index = 0)
+inline Tessel::InterfaceRef<QT::IQTTrack> TrackOf(const MoviePlan& plan, std::uint64_t index = 0)
 {
-    OpenResult r = OpenSpec(plan);
+    OpenResult r = OpenPlan(plan);
     if (r.code != 0 || !r.movie) return {};
     return r.movie->GetIndTrack(index);
 }

@@ -10,7 +10,7 @@
 namespace testsupport {
 
 // The track keeps the movie's store alive; the file is gone when this returns.
-inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MovieSpec& plan, std::uint64_t index = 0)
+inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MoviePlan& plan, std::uint64_t index = 0)
 {
     TempFile file(BuildMovieFile(plan));
     Tessel::InterfaceRef<QT::IQTMovie> movie;
@@ -21,9 +21,9 @@ inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MovieSpec& plan, std::
 }
 
 // A movie of one track.
-inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackSpec& track)
+inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackPlan& track)
 {
-    MovieSpec plan;
+    MoviePlan plan;
     plan.tracks = {track};
     return OpenTrack(plan);
 }

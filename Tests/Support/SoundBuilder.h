@@ -48,9 +48,9 @@ inline Atom Chan(std::uint32_t tag, std::uint32_t bitmap, const std::vector<std:
     return Atom("chan", w.Take());
 }
 
-inline TrackSpec SoundTrack(std::vector<Bytes> descriptions)
+inline TrackPlan SoundTrack(std::vector<Bytes> descriptions)
 {
-    TrackSpec t;
+    TrackPlan t;
     t.mediaType = "soun";
     t.mediaTimeScale = 48000;
     t.descriptions = std::move(descriptions);

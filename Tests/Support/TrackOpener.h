@@ -45,9 +45,9 @@ inline OpenedTrack OpenTrackOf(const Bytes& bytes, std::uint64_t index = 0)
     return o;
 }
 
-inline OpenedTrack OpenTrackOf(const TrackSpec& track, std::uint32_t movieTimeScale = 600)
+inline OpenedTrack OpenTrackOf(const TrackPlan& track, std::uint32_t movieTimeScale = 600)
 {
-    MovieSpec movie;
+    MoviePlan movie;
     movie.timeScale = movieTimeScale;
     movie.tracks = {track};
     return OpenTrackOf(BuildMovieFile(movie));
@@ -56,7 +56,7 @@ inline OpenedTrack OpenTrackOf(const TrackSpec& track, std::uint32_t movieTimeSc
 // `ftyp`, then `mdat` with `mdatPayload`, then the movie atom: the payload's
 // first byte stands at kMdatPayloadStart, whatever the movie atom holds.
 constexpr std::uint32_t kMdatPayloadStart = 28;
-inline Bytes BuildMovieFileMediaFirst(const MovieSpec& plan, const Bytes& mdatPayload)
+inline Bytes BuildMovieFileMediaFirst(const MoviePlan& plan, const Bytes& mdatPayload)
 {
     return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), Atom("mdat", mdatPayload),
                    BuildMoov(plan)});

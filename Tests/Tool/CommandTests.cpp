@@ -71,7 +71,7 @@ TEST(Command, ExitCodesAndMessages)
 // Each file a movie refers to, found or missing beside it; a self-contained movie refers to none.
 TEST(Refs, TellEachFileFoundOrMissing)
 {
-    MovieSpec unreadable; // the count claims a second reference that `dref` does not hold
+    MoviePlan unreadable; // the count claims a second reference that `dref` does not hold
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
     const std::string found = "found    ", missing = "missing  ", clip = kClip + "\n", take = kTake + "\n";
     const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exit; std::string out, err; }

@@ -104,7 +104,7 @@ Bytes MetadataMovie()
         keys.U32(8 + static_cast<std::uint32_t>(key.size())).Code("mdta").Text(key);
         ilst.U32(24 + size).U32(i + 1).U32(16 + size).Code("data").U32(type).U32(0).Raw(value);
     }
-    MovieSpec plan;
+    MoviePlan plan;
     plan.extraMoov = {Atom("meta", {Atom("hdlr", HdlrPayload("mdta")), Atom("keys", keys.Take()),
                                     Atom("ilst", ilst.Take())})};
     return BuildMovieFile(plan);
@@ -114,7 +114,7 @@ Bytes MetadataMovie()
 // is met, of its kind, and no other.
 TEST(DumpFormat, EveryKeyOfItsKindAndValues)
 {
-    MovieSpec badRefs; // the count claims a second reference that `dref` does not hold
+    MoviePlan badRefs; // the count claims a second reference that `dref` does not hold
     badRefs.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
     TempFile meta(MetadataMovie()), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
@@ -227,7 +227,7 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
                     {false, 25, 1, 25, 100, nullptr, 1u << 30}}; // the sample lies past the end of the file
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.frame);
-        MovieSpec plan;
+        MoviePlan plan;
         plan.tracks[0].mediaType = "tmcd";
         plan.tracks[0].descriptions = {SampleDescription(
             "tmcd", ByteWriter().U32(0).U32(c.drop).U32(c.scale).U32(c.ticks).U8(c.rate).U8(0))};
@@ -247,8 +247,8 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
 TEST(Dump, LargeTablesStreamOut)
 {
     constexpr std::uint32_t kFrames = 200000;
-    MovieSpec plan;
-    TrackSpec& video = plan.tracks[0];
+    MoviePlan plan;
+    TrackPlan& video = plan.tracks[0];
     video.mediaTimeScale = 25;
     video.duration = plan.duration = (video.mediaDuration = kFrames) * 24; // at the movie's 600
     video.stts = {{kFrames, 1}};

@@ -54,7 +54,7 @@ inline json Dump(const std::string& path) { return ParseOut(RunTool({"dump", pat
 inline const std::string kClip = "/Volumes/Nowhere/clips/clip.mov", kTake = "/Volumes/Nowhere/sound/take.wav";
 inline Bytes ReferenceMovie()
 {
-    MovieSpec plan;
+    MoviePlan plan;
     plan.tracks.assign(3, {});
     for (std::size_t i = 0; i < 3; ++i) {
         const std::string path = i == 1 ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
