@@ -6,7 +6,7 @@
 #include <functional>
 #include <tuple>
 
-#include "Tests/Support/OpenTrack.h"
+#include "Tests/Support/Open.h"
 #include "Tests/Support/SoundBuilder.h"
 
 using namespace testsupport;

@@ -4,6 +4,7 @@
 
 #include <functional>
 
+#include "Tests/Support/Corpus.h"
 #include "Tests/Support/TrackOpener.h"
 
 using namespace testsupport;
@@ -57,7 +58,7 @@ TEST(Caption, CorpusCaptionsMatchTheProbedPackets)
                           {"broadcast_2997_tc_c608_aac", 2, 2, 5, {3000, 12, 81898}}};
     for (const Case& c : cases) {
         SCOPED_TRACE(c.movie);
-        OpenedTrack t = OpenTrackAt(CorpusPath(c.movie), c.track);
+        OpenedTrack t = OpenTrackAt(CorpusMovie(c.movie), c.track);
         EXPECT_EQ(t.track->GetTrackMediaType(), QT::kClosedCaptionMediaType);
         EXPECT_EQ(t.track->GetCaptionMediaFormat(0), QT::MakeFourCC("c608"));
         EXPECT_EQ(t.track->GetCaptionFrameDuration(), c.frameDuration);

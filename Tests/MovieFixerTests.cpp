@@ -6,6 +6,7 @@
 
 #include "Inc/IQTMovieFixer.h"
 #include "Tests/Support/Open.h"
+#include "Tests/Support/Corpus.h"
 #include "Tests/Support/TrackOpener.h"
 
 using namespace testsupport;
@@ -126,7 +127,7 @@ TEST(FixMovieCorpus, FaultyWriterDamageIsUndoneExactly)
     for (const auto& [name, type] :
          {std::pair{"h264_bframes_aac", "stco"}, {"co64_faststart", "co64"}, {"layout_faststart", "stco"}}) {
         SCOPED_TRACE(name);
-        const Bytes original = ReadFile(CorpusPath(name));
+        const Bytes original = ReadFile(CorpusMovie(name));
         const std::size_t first = Find(original, type) + 12, width = type[0] == 'c' ? 8 : 4;
         std::uint32_t count = 0;
         for (std::size_t i = first - 4; i < first; ++i) count = count << 8 | original.at(i);

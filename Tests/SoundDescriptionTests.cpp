@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "Tests/Support/OpenTrack.h"
+#include "Tests/Support/Open.h"
 #include "Tests/Support/SoundBuilder.h"
 
 using namespace testsupport;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <regex>
 
+#include "Tests/Support/Corpus.h"
 #include "Tests/Support/TrackOpener.h"
 
 using namespace testsupport;
@@ -48,7 +49,7 @@ TEST(Timecode, CorpusMoviesMatchTheProbedTimecode)
                                         R"(timescale=(\d+) frame_duration=(\d+) number_of_frames=(\d+))");
     for (const Case& c : cases) {
         SCOPED_TRACE(c.movie);
-        OpenedTrack t = OpenTrackAt(CorpusPath(c.movie), c.track);
+        OpenedTrack t = OpenTrackAt(CorpusMovie(c.movie), c.track);
         EXPECT_EQ(t.track->GetTrackMediaType(), QT::kTimecodeMediaType);
         const std::string atoms = ReadCorpusText(c.movie, ".atoms.txt");
         std::smatch m;

@@ -6,7 +6,7 @@
 #include <set>
 
 #include "Tests/Support/Corpus.h"
-#include "Tests/Support/OpenTrack.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 using json = nlohmann::json;

@@ -5,7 +5,7 @@
 
 #include <functional>
 
-#include "Tests/Support/OpenTrack.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 

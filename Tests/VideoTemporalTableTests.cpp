@@ -5,7 +5,7 @@
 #include <limits>
 #include <tuple>
 
-#include "Tests/Support/OpenTrack.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 

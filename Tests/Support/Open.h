@@ -1,5 +1,7 @@
-// Opening built movies in tests.
+// Opening built movies in tests, whole or for one track.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
@@ -23,12 +25,21 @@ inline OpenResult OpenBytes(const Bytes& bytes)
 
 inline OpenResult OpenPlan(const MoviePlan& plan) { return OpenBytes(BuildMovieFile(plan)); }
 
-// The movie's track `index`, or a failed test.
-inline Tessel::InterfaceRef<QT::IQTTrack> TrackOf(const MoviePlan& plan, std::uint64_t index = 0)
+// The track keeps the movie's store alive; the file is gone when this returns.
+inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MoviePlan& plan, std::uint64_t index = 0)
 {
-    OpenResult r = OpenPlan(plan);
-    if (r.code != 0 || !r.movie) return {};
+    const OpenResult r = OpenPlan(plan);
+    EXPECT_EQ(r.code, QT::kResultSuccess);
+    if (r.code != QT::kResultSuccess || !r.movie) return {};
     return r.movie->GetIndTrack(index);
+}
+
+// A movie of one track.
+inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackPlan& track)
+{
+    MoviePlan plan;
+    plan.tracks = {track};
+    return OpenTrack(plan);
 }
 
 } // namespace testsupport

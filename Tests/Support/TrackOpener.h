@@ -3,10 +3,8 @@
 #pragma once
 
 #include <memory>
-#include <regex>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
@@ -60,44 +58,6 @@ inline Bytes BuildMovieFileMediaFirst(const MoviePlan& plan, const Bytes& mdatPa
 {
     return Concat({Atom("ftyp", ByteWriter().Code("qt  ").U32(0x200).Code("qt  ")), Atom("mdat", mdatPayload),
                    BuildMoov(plan)});
-}
-
-inline std::filesystem::path CorpusPath(const std::string& name) { return TestDataDir() / "corpus" / (name + ".mov"); }
-
-inline std::string ReadCorpusText(const std::string& name, const std::string& suffix)
-{
-    const Bytes b = ReadFile(TestDataDir() / "corpus" / (name + suffix));
-    return std::string(b.begin(), b.end());
-}
-
-// The packets that ffprobe lists for one stream, in file order.
-struct ProbePacket {
-    std::int64_t pts = 0;
-    std::uint64_t size = 0;
-    std::uint64_t pos = 0;
-};
-
-inline std::vector<ProbePacket> ProbePackets(const std::string& name, int streamIndex)
-{
-    const std::string json = ReadCorpusText(name, ".ffprobe.json");
-    static const std::regex packet(
-        R"re(\{\s*"stream_index": (\d+),\s*"pts": (-?\d+),\s*"dts": -?\d+,)re"
-        R"re((?:\s*"duration": \d+,)?\s*"size": "(\d+)",\s*"pos": "(\d+)")re");
-    std::vector<ProbePacket> out;
-    for (auto it = std::sregex_iterator(json.begin(), json.end(), packet); it != std::sregex_iterator(); ++it) {
-        if (std::stoi((*it)[1]) != streamIndex) continue;
-        out.push_back({std::stoll((*it)[2]), std::stoull((*it)[3]), std::stoull((*it)[4])});
-    }
-    return out;
-}
-
-// The first string value of `key` in the ffprobe output.
-inline std::string ProbeTag(const std::string& name, const std::string& key)
-{
-    const std::string json = ReadCorpusText(name, ".ffprobe.json");
-    std::smatch m;
-    if (!std::regex_search(json, m, std::regex("\"" + key + "\": \"([^\"]*)\""))) return {};
-    return m[1];
 }
 
 } // namespace testsupport
