@@ -69,7 +69,9 @@ TEST(VideoDescription, ExtensionSearch)
         SCOPED_TRACE(what);
         auto track = Open({ImageDescription({.extensions = extensions, .size = size})});
         ASSERT_TRUE(track);
-        const auto expect = [&](const char* atom) { return found.find(atom) != std::string::npos ? kOk : kNoItem; };
+        const auto expect = [&found = found](const char* atom) {
+            return found.find(atom) != std::string::npos ? kOk : kNoItem;
+        };
         std::uint32_t v[8] = {};
         EXPECT_EQ(track->GetVideoMediaPixelAspect(0, v[0], v[1]), expect("pasp"));
         EXPECT_EQ(track->GetVideoMediaCleanAperture(0, v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]), expect("clap"));
