@@ -44,8 +44,9 @@ protected:
     void SetUp() override
     {
         vellum::debug::SetTraceSink([this](const std::string& line) {
-            const std::string prefix =
-                "<" + std::to_string(vellum::threads::GetCurrentThreadID()) + "> <Atomscan> <5> ";
+            std::string prefix = "<"; // built step by step: g++ 12 -O3 misreads "<" + std::string
+            prefix += std::to_string(vellum::threads::GetCurrentThreadID());
+            prefix += "> <Atomscan> <5> ";
             EXPECT_EQ(line.substr(0, prefix.size()) + line.substr(line.size() - 2), prefix + "\r\n") << line;
             mMessages.push_back(line.substr(prefix.size(), line.size() - prefix.size() - 2));
         });
