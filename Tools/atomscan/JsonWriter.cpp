@@ -61,35 +61,25 @@ void JsonWriter::Key(std::string_view key)
     mAfterKey = true;
 }
 
-void JsonWriter::BeginObject(bool inlineItems)
+void JsonWriter::Open(char bracket, bool isObject, bool inlineItems)
 {
     BeforeValue();
-    Put('{');
-    mLevels.push_back({true, inlineItems, true});
+    Put(bracket);
+    mLevels.push_back({isObject, inlineItems, true});
 }
 
-void JsonWriter::EndObject()
+void JsonWriter::Close(char bracket)
 {
     const Level level = mLevels.back();
     mLevels.pop_back();
     if (!level.empty && !level.inlineItems) NewLine();
-    Put('}');
+    Put(bracket);
 }
 
-void JsonWriter::BeginArray(bool inlineItems)
-{
-    BeforeValue();
-    Put('[');
-    mLevels.push_back({false, inlineItems, true});
-}
-
-void JsonWriter::EndArray()
-{
-    const Level level = mLevels.back();
-    mLevels.pop_back();
-    if (!level.empty && !level.inlineItems) NewLine();
-    Put(']');
-}
+void JsonWriter::BeginObject(bool inlineItems) { Open('{', true, inlineItems); }
+void JsonWriter::EndObject() { Close('}'); }
+void JsonWriter::BeginArray(bool inlineItems) { Open('[', false, inlineItems); }
+void JsonWriter::EndArray() { Close(']'); }
 
 void JsonWriter::Null()
 {

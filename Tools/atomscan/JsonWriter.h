@@ -49,6 +49,8 @@ private:
 
     template <typename T>
     void WriteNumber(T value);
+    void Open(char bracket, bool isObject, bool inlineItems);
+    void Close(char bracket);
     void BeforeValue();
     void Quoted(std::string_view utf8);
     void NewLine();
