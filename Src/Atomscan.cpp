@@ -10,11 +10,6 @@ constexpr int kShareReadWrite = 3;
 
 } // namespace
 
-ResultCode Atomscan::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IAtomscan, id, out);
-}
-
 ResultCode Atomscan::OpenMovie(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     return Open(path, outMovie, nullptr);
@@ -35,9 +30,7 @@ ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& 
 
 Tessel::InterfaceRef<IAtomscan> MakeParser()
 {
-    auto local = Tessel::InterfaceRef<Atomscan>::Adopt(new Atomscan());
-    local->AddRef();
-    return HandOut<IAtomscan>(local, kIID_IAtomscan);
+    return HandOut<IAtomscan>(MakeCounted<Atomscan>());
 }
 
 } // namespace QT

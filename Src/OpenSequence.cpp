@@ -28,8 +28,7 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
                          Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search)
 {
     Tessel::File file;
-    auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
-    local->AddRef();
+    auto local = MakeCounted<QTMovie>();
     state.mStore = CountedPtr<QTMooVAtom>(new QTMooVAtom());
     state.mMovieAtomSize = 0;
     state.mMovieAtomOffset = 0;
@@ -43,9 +42,8 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
         WalkMovieAtom(*state.mStore, settings.guard)) {
         state.mStore->SetFileSize(state.mFileSize);
-        if (!local) throw Tessel::NullInterfaceException();
         local->SetStore(state.mStore);
-        outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);
+        outMovie = HandOut<IQTMovie>(std::move(local));
         result = kResultSuccess;
         if (search) search->found = loader.FindTopLevelAtom(search->type, search->offset, search->size);
     }

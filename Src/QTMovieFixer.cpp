@@ -90,11 +90,6 @@ std::uint64_t MendedOffset(std::uint64_t damaged, std::uint64_t next)
 
 } // namespace
 
-ResultCode QTMovieFixer::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTMovieFixer, id, out);
-}
-
 ResultCode QTMovieFixer::OpenMovie(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     // Each open replaces the store and empties the walk's records, so a second
@@ -139,9 +134,7 @@ ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace
 
 Tessel::InterfaceRef<IQTMovieFixer> MakeFixer()
 {
-    auto local = Tessel::InterfaceRef<QTMovieFixer>::Adopt(new QTMovieFixer());
-    local->AddRef();
-    return HandOut<IQTMovieFixer>(local, kIID_IQTMovieFixer);
+    return HandOut<IQTMovieFixer>(MakeCounted<QTMovieFixer>());
 }
 
 namespace internal {
@@ -149,8 +142,7 @@ namespace internal {
 ResultCode FixMovieAndLocate(const String16& path, RepairTablePlace& outPlace)
 {
     outPlace = RepairTablePlace();
-    auto fixer = Tessel::InterfaceRef<QTMovieFixer>(new QTMovieFixer());
-    return fixer->Repair(path, &outPlace);
+    return MakeCounted<QTMovieFixer>()->Repair(path, &outPlace);
 }
 
 } // namespace internal
