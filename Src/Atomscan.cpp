@@ -2,14 +2,6 @@
 
 namespace QT {
 
-namespace {
-
-// Values of the host file layer's share mode flags.
-constexpr int kShareRead = 1;
-constexpr int kShareReadWrite = 3;
-
-} // namespace
-
 ResultCode Atomscan::OpenMovie(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     return Open(path, outMovie, nullptr);
@@ -24,7 +16,7 @@ ResultCode Atomscan::OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQ
 
 ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find)
 {
-    const OpenSettings settings{find ? kShareRead : kShareReadWrite, kParserGuard};
+    const OpenSettings settings{find ? Tessel::kFileShareRead : Tessel::kFileShareReadWrite, kParserGuard};
     return OpenMovieFile(path, settings, mOpen, outMovie, find);
 }
 

@@ -7,11 +7,6 @@ namespace QT {
 
 namespace {
 
-// Values of the host file layer's flag types.
-constexpr int kAccessRead = 1;
-constexpr int kOpenExisting = 8;
-constexpr int kAttributesNormal = 1;
-
 // Walks the store's copy and, when it describes a movie, moves the walk's
 // records into the store.
 bool WalkMovieAtom(QTMooVAtom& store, std::uint32_t guard)
@@ -33,7 +28,8 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     state.mMovieAtomSize = 0;
     state.mMovieAtomOffset = 0;
 
-    if (file.Create(path, kAccessRead, settings.shareMode, kOpenExisting, kAttributesNormal, false) < 0)
+    if (file.Create(path, Tessel::kFileAccessRead, settings.shareMode, Tessel::kFileOpenExisting,
+                    Tessel::kFileAttributesNormal, false) < 0)
         return kResultCannotOpen;
 
     ResultCode result = kResultNotAMovie;
