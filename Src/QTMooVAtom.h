@@ -30,6 +30,10 @@ struct TrackItem {
     AtomPtr mMediaHeader;                   // header of the first child of `minf`
     AtomPtr mDinf;                          // header
     AtomPtr mStsd, mStts, mStss, mStsc, mStco, mCo64, mStsz, mSdtp, mCtts; // header
+    // The entries of `stco` and `co64` as far as they lie inside their atoms
+    // and the copy; set by the walk for the tracks it keeps.
+    TableExtent<4> mStcoEntries;
+    TableExtent<8> mCo64Entries;
     std::vector<UserDataEntry> mUserData;
 
     // All atoms that a track needs are there.

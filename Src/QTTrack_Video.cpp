@@ -465,7 +465,7 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
 
     const AtomReader reader = Reader();
     const TrackItem& item = Item();
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     const std::uint32_t chunkCount = chunks.NumEntries();
     const SampleSizes sizes(reader, item.mStsz);
     // Sizes whose entries would lie beyond the copy count as missing.
