@@ -131,14 +131,6 @@ public:
         return S32(offset, v) ? v : fallback;
     }
 
-    // `count` entries of `entrySize` bytes from `first`, cut to those that lie
-    // inside the copy: a table's stored count is never believed past the copy.
-    std::uint32_t FitCount(std::uint64_t first, std::uint64_t count, std::uint32_t entrySize) const noexcept
-    {
-        const std::uint64_t room = first < mSize && entrySize ? (mSize - first) / entrySize : 0;
-        return static_cast<std::uint32_t>(count < room ? count : room);
-    }
-
     // The entries of the table in the atom at `atom`: `storedCount` entries of
     // `Width` bytes from byte `first` of the atom, cut to those that lie inside
     // both the atom (by its size field) and the copy. The one place where a

@@ -383,12 +383,12 @@ bool QTTrack::VideoTrackHasEarlierDisplayKeyFrames()
 {
     const AtomPtr sdtp = Item().mSdtp;
     if (!sdtp) return false;
-    const AtomReader reader = Reader();
-    const SdtpFlags flags(reader, sdtp);
-    const std::uint8_t* bytes = reader.Bytes(flags.First(), flags.Count());
-    return bytes && std::any_of(bytes, bytes + flags.Count(), [](std::uint8_t f) {
-               return (f & kSdtpEarlierDisplayAllowed) != 0 && (f & kSdtpDependsOnNone) != 0;
-           });
+    const SdtpFlags flags(Reader(), sdtp);
+    for (std::uint32_t i = 0; i < flags.Count(); ++i) {
+        const std::uint8_t f = flags.At(i);
+        if ((f & kSdtpEarlierDisplayAllowed) != 0 && (f & kSdtpDependsOnNone) != 0) return true;
+    }
+    return false;
 }
 
 namespace {
@@ -495,14 +495,12 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const std::uint32_t editFirstSample = mEditFirstSample;
     const std::uint32_t editFirstSampleDuration = mEditFirstSampleDuration;
 
-    // Sync samples, numbered from 1; entries beyond the copy are not counted.
-    // A present `stss` without entries marks the first sample only.
-    const AtomPtr stss = item.mStss;
-    const std::int32_t storedSyncCount = stss ? reader.S32Or(stss.Field(12)) : 0;
-    const std::uint32_t syncCount =
-        storedSyncCount > 0 ? reader.FitCount(stss.Field(16), static_cast<std::uint32_t>(storedSyncCount), 4) : 0;
+    // Sync samples, numbered from 1. A present `stss` without entries marks
+    // the first sample only.
+    const bool hasSync = static_cast<bool>(item.mStss);
+    const SyncSamples sync(reader, item.mStss);
     std::uint32_t syncPosition = 0;
-    std::uint32_t nextSync = syncCount > 0 ? reader.U32Or(stss.Field(16)) - 1 : 0;
+    std::uint32_t nextSync = sync.Count() > 0 ? sync.At(0) - 1 : 0;
 
     SttsCursor stts(reader, item.mStts);
     std::uint32_t storedDuration = stts.AtEnd() ? 0 : stts.Duration();
@@ -527,11 +525,11 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
         if (added >= maxEntries) break;
         VideoSampleRecord record;
 
-        if (!stss) {
+        if (!hasSync) {
             record.mIsKeyFrame = true;
         } else if (nextSync == sample) {
             record.mIsKeyFrame = true;
-            if (++syncPosition < syncCount) nextSync = reader.U32Or(stss.Field(16 + 4ull * syncPosition)) - 1;
+            if (++syncPosition < sync.Count()) nextSync = sync.At(syncPosition) - 1;
         }
 
         record.mSize = sizes.SizeOf(sample);
@@ -636,18 +634,17 @@ ResultCode QTTrack::MakeVideoTemporalReferenceTable(std::vector<VideoTemporalRef
     }
     outTable.resize(sampleCount);
 
-    const std::int32_t frameDuration = reader.S32Or(item.mStts.Field(20));
-    const AtomPtr ctts = item.mCtts;
-    const std::uint32_t entryCount = reader.FitCount(ctts.Field(16), reader.U32Or(ctts.Field(12)), 8);
+    const auto frameDuration = static_cast<std::int32_t>(SttsCursor(reader, item.mStts).Duration());
+    const CttsEntries ctts(reader, item.mCtts);
     SeenIndices seen(sampleCount);
     std::uint32_t decodeIndex = 0;
     std::uint32_t anchor = 0;
     std::uint32_t previousAnchor = 0;
     std::uint32_t placed = 0;
 
-    for (std::uint32_t entry = 0; entry < entryCount; ++entry) {
-        const std::int32_t count = reader.S32Or(ctts.Field(16 + 8ull * entry));
-        const std::int32_t offset = reader.S32Or(ctts.Field(20 + 8ull * entry));
+    for (std::uint32_t entry = 0; entry < ctts.Count(); ++entry) {
+        const std::int32_t count = ctts.SampleCount(entry);
+        const std::int32_t offset = ctts.SampleOffset(entry);
         for (std::int32_t i = 0; i < count; ++i) {
             // No display index can be worked out without a usable frame
             // duration; and a `ctts` that counts more samples than the track
@@ -663,7 +660,7 @@ ResultCode QTTrack::MakeVideoTemporalReferenceTable(std::vector<VideoTemporalRef
                 VideoTemporalReference& record = outTable[display];
                 record.mDecodeOffset = Low8(decodeIndex - display);
                 ++placed;
-                const std::uint8_t f = reader.U8Or(flags.First() + decodeIndex);
+                const std::uint8_t f = flags.At(decodeIndex);
                 outTable[decodeIndex].mDependencyFlags = f;
                 if ((f & kSdtpEarlierDisplayAllowed) && (f & kSdtpDependsOnNone)) {
                     // An anchor without references.
