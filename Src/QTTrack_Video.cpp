@@ -468,19 +468,10 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const ChunkOffsetHelper chunks(item);
     const std::uint32_t chunkCount = chunks.NumEntries();
     const SampleSizes sizes(reader, item.mStsz);
-    // Sizes whose entries would lie beyond the copy count as missing.
+    // Sizes whose entries would lie beyond their atom or the copy count as missing.
     if (sizes.Count() < sampleCount || sizes.KnownCount() < sampleCount) return kResultBadSampleTables;
 
     StscCursor stsc(reader, item.mStsc, chunkCount);
-    // Room for what this call can add, as far as the copy describes it: no
-    // more samples than the runs of `stsc` can place in the chunk table. A
-    // sample count that nothing in the copy backs (with a constant size it is
-    // told by `stts` alone) thus reserves nothing beyond that; the records
-    // then come one by one as the walk places them, so a table costs no more
-    // than what is written. The capacity is raised to this bound, not to the
-    // sample count.
-    outTable.reserve(outTable.size() + std::min(maxEntries, SamplesInChunks(stsc, chunkCount, sampleCount)));
-
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
     // as many chunks as samples. The samples per chunk are not looked at.
     const bool oneEntry = reader.U32Or(item.mStsc.Field(12)) == 1 && stsc.EntryCount() == 1;
@@ -490,6 +481,16 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const bool direct = oneEntry && ((sizes.Constant() != 0 && chunkCount == sampleCount) ||
                                      (stsc.FirstChunk() == 1 && stsc.SamplesPerChunk() == 1 &&
                                       chunkCount >= sampleCount));
+    // Room for what this call can add, as far as the copy describes it: a
+    // chunk for each sample in the direct form, else no more samples than the
+    // runs of `stsc` can place in the chunk table. A sample count that nothing
+    // in the copy backs (with a constant size `stts` alone tells it) thus
+    // reserves nothing beyond that, and records come one by one as the walk
+    // places them: a table costs no more than what is written. The capacity
+    // is raised to this bound rather than to the sample count.
+    const std::uint32_t described = direct ? sampleCount : SamplesInChunks(stsc, chunkCount, sampleCount);
+    outTable.reserve(outTable.size() + std::min(maxEntries, described));
+
     // The edit numbers in locals: the stores into the table cannot change them.
     const std::uint32_t editEnd = mEditMediaTime + mEditDuration;
     const std::uint32_t editFirstSample = mEditFirstSample;
