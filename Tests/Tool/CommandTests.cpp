@@ -10,12 +10,16 @@ using namespace tooltest;
 namespace {
 
 // Each movie in turn, past one that does not open: the sample's lines in order (codec, size or sound format,
-// frames the edit shows, rate, timecode start, caption format, edit), then rows of other formats.
+// frames the edit shows, rate, timecode start, caption format, edit), then rows of other formats and an empty edit.
 TEST(Info, SummarizesEachMovieAndGoesOnPastOneThatFails)
 {
     const std::string sample = CorpusMovie("broadcast_2997_tc_c608_aac").string();
+    MoviePlan empty; // one edit of a second that shows no media: its media time is -1
+    empty.tracks[0].edits = {{{600, 0xffffffff, 0x10000}}};
+    TempFile emptyEdit(BuildMovieFile(empty));
     const ToolResult r = RunTool({"info", sample, "/nonexistent/clip.mov", CorpusMovie("pcm_s16le_7_1_48k").string(),
-                                  CorpusMovie("many_tracks").string(), CorpusMovie("h264_pasp_16x11").string()});
+                                  CorpusMovie("many_tracks").string(), CorpusMovie("h264_pasp_16x11").string(),
+                                  emptyEdit.Path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "atomscan: /nonexistent/clip.mov: cannot open the file\n");
     std::size_t at = 0;
@@ -29,7 +33,8 @@ TEST(Info, SummarizesEachMovieAndGoesOnPastOneThatFails)
         "    \u00a9swr  17 bytes  \"Lavf59.27.100\"",
         "0  soun  yes      sowt   48000 Hz, 8 ch, 16-bit 16le    9600        from 0:00:00.000 for 0:00:00.200",
         "4  soun  no       in24   48000 Hz, 1 ch, 24-bit 42ni   48000          from 0:00:00.000 for 0:00:01.000",
-        "0  vide  yes      avc1   176x144, pixel aspect 16:11       8  25 fps  from 0:00:00.080 for 0:00:00.400"}) {
+        "0  vide  yes      avc1   176x144, pixel aspect 16:11       8  25 fps  from 0:00:00.080 for 0:00:00.400",
+        "0  vide  yes      data   0x0          0  6 fps  empty for 0:00:01.000"}) {
         at = r.out.find(line, at);
         ASSERT_NE(at, std::string::npos) << line << "\n" << r.out;
     }
