@@ -6,13 +6,6 @@ namespace QT {
 
 namespace {
 
-// Values of the host file layer's flag types.
-constexpr int kAccessWrite = 2;
-constexpr int kShareRead = 1;
-constexpr int kShareReadWrite = 3;
-constexpr int kOpenExisting = 8;
-constexpr int kAttributesNormal = 1;
-
 // The chunk offset table of the track being mended, for one repair, read
 // through the track's ChunkOffsetHelper. Entries are read from the copy of the
 // movie atom and written to the file; the copy never changes, so every read
@@ -56,7 +49,9 @@ public:
         const std::uint64_t position = movieAtomOffset + EntryOffset(entryIdx);
 
         Tessel::File file;
-        if (file.Create(path, kAccessWrite, kShareReadWrite, kOpenExisting, kAttributesNormal, false) < 0) return;
+        if (file.Create(path, Tessel::kFileAccessWrite, Tessel::kFileShareReadWrite, Tessel::kFileOpenExisting,
+                        Tessel::kFileAttributesNormal, false) < 0)
+            return;
         // The entry lies inside the movie atom that was read from this file.
         // Should the file have shrunk since, or the seek fail, nothing is
         // written: a write must neither grow the file nor land elsewhere.
@@ -90,16 +85,11 @@ std::uint64_t MendedOffset(std::uint64_t damaged, std::uint64_t next)
 
 } // namespace
 
-ResultCode QTMovieFixer::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTMovieFixer, id, out);
-}
-
 ResultCode QTMovieFixer::OpenMovie(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     // Each open replaces the store and empties the walk's records, so a second
     // FixMovie on this object acts on its own movie alone.
-    return OpenMovieFile(path, OpenSettings{kShareRead, kFixerGuard}, mOpen, outMovie);
+    return OpenMovieFile(path, OpenSettings{Tessel::kFileShareRead, kFixerGuard}, mOpen, outMovie);
 }
 
 std::optional<std::uint32_t> QTMovieFixer::FindEnabledVideoTrack(IQTMovie& movie)
@@ -139,9 +129,7 @@ ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace
 
 Tessel::InterfaceRef<IQTMovieFixer> MakeFixer()
 {
-    auto local = Tessel::InterfaceRef<QTMovieFixer>::Adopt(new QTMovieFixer());
-    local->AddRef();
-    return HandOut<IQTMovieFixer>(local, kIID_IQTMovieFixer);
+    return HandOut<IQTMovieFixer>(MakeCounted<QTMovieFixer>());
 }
 
 namespace internal {
@@ -149,8 +137,7 @@ namespace internal {
 ResultCode FixMovieAndLocate(const String16& path, RepairTablePlace& outPlace)
 {
     outPlace = RepairTablePlace();
-    auto fixer = Tessel::InterfaceRef<QTMovieFixer>(new QTMovieFixer());
-    return fixer->Repair(path, &outPlace);
+    return MakeCounted<QTMovieFixer>()->Repair(path, &outPlace);
 }
 
 } // namespace internal
