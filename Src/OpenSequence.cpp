@@ -37,7 +37,6 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     MovieAtomLoader loader(file, state.mFileSize);
     if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
         WalkMovieAtom(*state.mStore, settings.guard)) {
-        state.mStore->SetFileSize(state.mFileSize);
         local->SetStore(state.mStore);
         outMovie = HandOut<IQTMovie>(std::move(local));
         result = kResultSuccess;

@@ -12,16 +12,15 @@ namespace {
 // gives the value that the file held at the open.
 class ChunkOffsetHelperPrivate {
 public:
-    ChunkOffsetHelperPrivate(const TrackItem& trackItem, const AtomReader& atomData)
-        : mEntries(trackItem, atomData), mTable(mEntries.IsWide() ? trackItem.mCo64 : trackItem.mStco), mNumEntries(0)
+    // A count whose entries would run past the table's atom (or the copy)
+    // says the table itself is broken, which is not the damage mended here:
+    // such a table is left alone.
+    explicit ChunkOffsetHelperPrivate(const TrackItem& trackItem)
+        : mEntries(trackItem), mTable(mEntries.IsWide() ? trackItem.mCo64 : trackItem.mStco),
+          mNumEntries((mEntries.IsWide() ? trackItem.mCo64Entries.IsCut() : trackItem.mStcoEntries.IsCut())
+                          ? 0
+                          : mEntries.NumEntries())
     {
-        // A count whose entries would run past the table's atom (or the copy)
-        // says the table itself is broken, which is not the damage mended
-        // here: such a table is left alone.
-        std::uint32_t atomSize = 0, count = 0;
-        if (atomData.U32(mTable.Field(0), atomSize) && atomData.U32(mTable.Field(12), count) &&
-            count == mEntries.NumEntries() && 16 + std::uint64_t{count} * Width() <= atomSize)
-            mNumEntries = count;
     }
 
     std::uint32_t NumEntries() const { return mNumEntries; }
@@ -111,7 +110,7 @@ ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace
     const std::optional<std::uint32_t> chosen = FindEnabledVideoTrack(*movie);
     if (!chosen) return kResultSuccess;
 
-    const ChunkOffsetHelperPrivate table(mOpen.mStore->GetTrackItem(*chosen), mOpen.mStore->Reader());
+    const ChunkOffsetHelperPrivate table(mOpen.mStore->GetTrackItem(*chosen));
     const std::uint32_t numEntries = table.NumEntries();
     if (outPlace) {
         *outPlace = {true, *chosen, table.IsWide(), mOpen.mMovieAtomOffset + table.EntriesOffset(), numEntries};

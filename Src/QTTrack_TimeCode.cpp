@@ -204,7 +204,7 @@ std::int32_t QTTrack::GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, s
     const SampleSizes sizes(reader, item.mStsz);
     outSize = sizes.Constant() != 0 ? sizes.Constant() : sizes.KnownCount() != 0 ? sizes.SizeOf(0) : 0;
     // The first sample is taken to stand at the start of the first chunk.
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     if (chunks.NumEntries() == 0) return -1;
     outOffset = chunks.GetEntry(0);
     return 0;
@@ -296,7 +296,7 @@ ResultCode QTTrack::MakeCaptionSampleTable(const String16& path, CaptionSampleMa
         table.emplace_hint(table.end(), keyByOffset ? record.mOffset : record.mTime, record);
     };
 
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     StscCursor stsc(reader, item.mStsc, chunks.NumEntries());
     std::uint64_t sampleIndex = 0;
     for (std::uint32_t c = 0; c < chunks.NumEntries() && sampleIndex < sampleTotal; ++c) {
