@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,8 +24,9 @@ struct ToolResult {
     long peakKilobytes = 0; // never below what this process held when it started the program
 };
 
-// Output goes to files, so neither stream can fill a pipe and stall the program.
-inline ToolResult RunTool(std::vector<std::string> args)
+// Output goes to files, so neither stream can fill a pipe and stall the program. A program still running
+// after `timeoutSeconds` (0: no limit) is ended by the alarm, which it inherits, and has not exited normally.
+inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0)
 {
     const TempFile out({}, "out"), err({}, "err");
     args.insert(args.begin(), ATOMSCAN_TOOL);
@@ -35,6 +37,7 @@ inline ToolResult RunTool(std::vector<std::string> args)
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
         ::dup2(::open(err.Path().c_str(), O_WRONLY), 2);
+        ::alarm(timeoutSeconds);
         ::execv(argv[0], argv.data());
         ::_exit(127);
     }
