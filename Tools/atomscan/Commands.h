@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "DumpFields.h"
+#include "dump/DumpFields.h"
 
 namespace atomscan_tool {
 

@@ -10,6 +10,8 @@
 
 using namespace atomscan_tool;
 
+void atomscan_tool::ReportError(const std::string& message) { std::fprintf(stderr, "atomscan: %s\n", message.c_str()); }
+
 int main(int argc, char** argv)
 {
     CLI::App app{"atomscan: read QuickTime movies through the atomscan library.\n"

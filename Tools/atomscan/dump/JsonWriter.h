@@ -1,5 +1,6 @@
-// A streaming JSON writer: values go out as they come, through a buffer, so a
-// table of a million records costs no more memory than its largest record.
+// A JSON writer, indented by two spaces a level. To a stream, values go out as
+// they come, through a buffer, so a table of a million records costs no more
+// memory than its largest record; to a string, the string holds the document.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +13,9 @@ namespace atomscan_tool {
 
 class JsonWriter {
 public:
-    // Writes to `out`, indented by two spaces a level.
     explicit JsonWriter(std::FILE* out);
+    // Appends to `out`.
+    explicit JsonWriter(std::string& out);
     ~JsonWriter();
     JsonWriter(const JsonWriter&) = delete;
     JsonWriter& operator=(const JsonWriter&) = delete;
@@ -38,7 +40,6 @@ public:
 
     // Ends the document with a newline and hands the buffer to the stream.
     void Finish();
-    void Flush();
 
 private:
     struct Level {
@@ -54,11 +55,13 @@ private:
     void BeforeValue();
     void Quoted(std::string_view utf8);
     void NewLine();
+    void Flush();
     void Put(std::string_view text);
     void Put(char c);
 
-    std::FILE* mOut;
-    std::string mBuffer;
+    std::FILE* mOut = nullptr;
+    std::string mBuffer; // what the stream has not yet been given
+    std::string& mText;  // `mBuffer`, or the string written to
     std::vector<Level> mLevels;
     bool mAfterKey = false;
 };

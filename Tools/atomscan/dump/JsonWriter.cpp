@@ -1,4 +1,4 @@
-#include "JsonWriter.h"
+#include "dump/JsonWriter.h"
 
 #include <charconv>
 #include <cmath>
@@ -10,24 +10,27 @@ namespace {
 constexpr std::size_t kFlushAt = 1 << 16;
 }
 
-JsonWriter::JsonWriter(std::FILE* out) : mOut(out) { mBuffer.reserve(kFlushAt + 1024); }
+JsonWriter::JsonWriter(std::FILE* out) : mOut(out), mText(mBuffer) { mBuffer.reserve(kFlushAt + 1024); }
+
+JsonWriter::JsonWriter(std::string& out) : mText(out) {}
 
 JsonWriter::~JsonWriter() { Flush(); }
 
 void JsonWriter::Put(std::string_view text)
 {
-    mBuffer.append(text);
+    mText.append(text);
     if (mBuffer.size() >= kFlushAt) Flush();
 }
 
 void JsonWriter::Put(char c)
 {
-    mBuffer.push_back(c);
+    mText.push_back(c);
     if (mBuffer.size() >= kFlushAt) Flush();
 }
 
 void JsonWriter::Flush()
 {
+    if (mOut == nullptr) return;
     if (!mBuffer.empty()) std::fwrite(mBuffer.data(), 1, mBuffer.size(), mOut);
     mBuffer.clear();
     std::fflush(mOut);

@@ -2,8 +2,8 @@
 // and where the first sample lies, read from the file as a host does.
 #include <optional>
 
-#include "Dump.h"
-#include "MovieFile.h"
+#include "dump/Dump.h"
+#include "common/MovieFile.h"
 
 namespace atomscan_tool {
 

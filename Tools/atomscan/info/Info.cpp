@@ -7,12 +7,12 @@
 #include <boost/variant/apply_visitor.hpp>
 
 #include "Commands.h"
-#include "Dump.h"
-#include "InfoTrack.h"
-#include "MetadataKeys.h"
-#include "MovieFile.h"
-#include "References.h"
-#include "TextTable.h"
+#include "dump/Dump.h"
+#include "info/InfoTrack.h"
+#include "common/MetadataKeys.h"
+#include "common/MovieFile.h"
+#include "common/References.h"
+#include "common/TextTable.h"
 
 namespace atomscan_tool {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Dump.h"
+#include "dump/Dump.h"
 
 namespace atomscan_tool {
 

@@ -2,9 +2,9 @@
 #include <cstdio>
 
 #include "Commands.h"
-#include "MovieFile.h"
-#include "References.h"
-#include "Text.h"
+#include "common/MovieFile.h"
+#include "common/References.h"
+#include "common/Text.h"
 
 namespace atomscan_tool {
 

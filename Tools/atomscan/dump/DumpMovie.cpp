@@ -4,8 +4,8 @@
 
 #include <boost/variant/apply_visitor.hpp>
 
-#include "Dump.h"
-#include "MetadataKeys.h"
+#include "dump/Dump.h"
+#include "common/MetadataKeys.h"
 
 namespace atomscan_tool {
 

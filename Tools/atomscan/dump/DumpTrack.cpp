@@ -2,24 +2,11 @@
 #include <optional>
 #include <utility>
 
-#include "Dump.h"
+#include "dump/Dump.h"
 
 namespace atomscan_tool {
 
 namespace {
-
-// A track aperture size: [width, height], or null when the atom is absent.
-template <typename Ask>
-void ApertureField(JsonWriter& w, const char* key, Ask&& ask)
-{
-    Guarded(
-        w, key,
-        [&] {
-            std::pair<float, float> size;
-            return ask(size.first, size.second) ? std::optional(size) : std::nullopt;
-        },
-        [&](const std::optional<std::pair<float, float>>& size) { WriteDimensions(w, size); });
-}
 
 void WriteExtRef(JsonWriter& w, const QT::ExtRefData& ref)
 {
@@ -119,10 +106,10 @@ void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& co
     Field(w, "rightAngle", [&] { return track.IsTrackMatrixRightAngle(); });
     Field(w, "rotation", [&] { return track.GetTrackMatrixRotation(); });
     w.EndObject();
-    ApertureField(w, "productionAperture", [&](float& width, float& height) {
+    DimensionsField(w, "productionAperture", [&](float& width, float& height) {
         return track.GetTrackProductionApertureDimensions(width, height);
     });
-    ApertureField(w, "encodedPixels", [&](float& width, float& height) {
+    DimensionsField(w, "encodedPixels", [&](float& width, float& height) {
         return track.GetTrackEncodedPixelsDimensions(width, height);
     });
     WriteDataReference(w, track);

@@ -11,10 +11,10 @@
 
 #include "Commands.h"
 #include "Inc/IQTMovieFixer.h"
-#include "MovieAtomFile.h"
-#include "MovieFile.h"
-#include "Text.h"
-#include "TextTable.h"
+#include "fix/MovieAtomFile.h"
+#include "common/MovieFile.h"
+#include "common/Text.h"
+#include "common/TextTable.h"
 
 namespace atomscan_tool {
 

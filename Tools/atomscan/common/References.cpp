@@ -1,6 +1,6 @@
-#include "References.h"
+#include "common/References.h"
 
-#include "Text.h"
+#include "common/Text.h"
 
 namespace atomscan_tool {
 

@@ -1,4 +1,4 @@
-#include "MovieAtomFile.h"
+#include "fix/MovieAtomFile.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "BigEndian.h"
+#include "fix/BigEndian.h"
 #include "Inc/AtomscanTypes.h"
 
 namespace atomscan_tool {

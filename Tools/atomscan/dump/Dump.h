@@ -1,18 +1,20 @@
-// The `dump` document: everything the library tells about one movie, as JSON.
+// The sections of the dump document, each written as the value of a key the
+// caller has written.
 #pragma once
 
 #include <string>
 
-#include "DumpFields.h"
 #include "Inc/IQTMovie.h"
-#include "JsonWriter.h"
+#include "dump/DumpFields.h"
+#include "dump/DumpJson.h"
+#include "dump/JsonWriter.h"
 
 namespace atomscan_tool {
 
-// Opens `path` and writes its document; gives the open's result code.
+// Opens `path` and writes its document as the next value of `w`, which may
+// stand inside an array of documents; gives the open's result code.
 QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options);
 
-// The sections, each written as the value of a key the caller has written.
 void WriteMovieSection(JsonWriter& w, QT::IQTMovie& movie);
 void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
 // {"result", "refs": [ExtRef...]} in map order.

@@ -1,6 +1,6 @@
 // The `audio` section of a sound track: sound descriptions with their channel
 // maps, and the two range maps.
-#include "Dump.h"
+#include "dump/Dump.h"
 
 namespace atomscan_tool {
 
@@ -49,21 +49,14 @@ void WriteSoundDescription(JsonWriter& w, QT::IQTTrack& track, std::int32_t i)
     w.EndObject();
 }
 
-void WriteRangeMap(JsonWriter& w, const char* key, QT::IQTTrack& track, bool keyByFileOffset)
+void WriteRangeMap(JsonWriter& w, const char* key, QT::IQTTrack& track, const DumpContext& context, bool keyByFileOffset)
 {
     TableField<QT::AudioSampleRangeMap>(
-        w, key, "ranges",
+        w, context.options.tables, key, "ranges",
         [&](QT::AudioSampleRangeMap& map) { return track.MakeAudioSampleRangeMap(map, keyByFileOffset); },
-        [&](const QT::AudioSampleRangeMap& map) {
-            for (const auto& entry : map) {
-                const QT::AudioSampleRange& range = entry.second;
-                Row(w, [&] {
-                    w.UInt(entry.first);
-                    w.UInt(range.mSampleCount);
-                    w.UInt(range.mOutputPosition);
-                    w.UInt(range.mOffsetInFile);
-                });
-            }
+        [](const auto& entry) {
+            const QT::AudioSampleRange& r = entry.second;
+            return std::tuple(entry.first, r.mSampleCount, r.mOutputPosition, r.mOffsetInFile);
         });
 }
 
@@ -79,13 +72,8 @@ void WriteAudioSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& co
             for (std::int32_t i = 0; i < count; ++i) WriteSoundDescription(w, track, i);
             w.EndArray();
         });
-    if (context.options.tables) {
-        WriteRangeMap(w, "rangesByPosition", track, false);
-        WriteRangeMap(w, "rangesByOffset", track, true);
-    } else {
-        NullField(w, "rangesByPosition");
-        NullField(w, "rangesByOffset");
-    }
+    WriteRangeMap(w, "rangesByPosition", track, context, false);
+    WriteRangeMap(w, "rangesByOffset", track, context, true);
     w.EndObject();
 }
 

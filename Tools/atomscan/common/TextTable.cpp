@@ -1,4 +1,4 @@
-#include "TextTable.h"
+#include "common/TextTable.h"
 
 #include <algorithm>
 

@@ -2,18 +2,14 @@
 #include <cstdio>
 
 #include "Commands.h"
-#include "Dump.h"
-#include "MovieFile.h"
+#include "common/MovieFile.h"
+#include "dump/DumpJson.h"
 
 namespace atomscan_tool {
 
-void ReportError(const std::string& message) { std::fprintf(stderr, "atomscan: %s\n", message.c_str()); }
-
 int RunDump(const std::string& path, const DumpOptions& options)
 {
-    JsonWriter w(stdout);
-    const QT::ResultCode code = WriteDump(w, path, options);
-    w.Finish();
+    const QT::ResultCode code = WriteDumpJson(path, options, stdout);
     if (code == QT::kResultSuccess) return kExitOk;
     ReportError(path + ": " + OpenFailureText(code));
     return kExitFailed;

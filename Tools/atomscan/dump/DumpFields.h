@@ -3,24 +3,24 @@
 // the document stays whole.
 #pragma once
 
+#include <array>
+#include <concepts>
 #include <cstdint>
 #include <exception>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
 #include "API/Inc/PeltBinaryData.h"
 #include "Inc/AtomscanTypes.h"
-#include "JsonWriter.h"
-#include "Text.h"
+#include "common/Text.h"
+#include "dump/DumpJson.h"
+#include "dump/JsonWriter.h"
 #include "vellum/vellum.h"
 
 namespace atomscan_tool {
-
-struct DumpOptions {
-    bool tables = true; // false: per-sample tables are null
-};
 
 // What the sections need besides the movie.
 struct DumpContext {
@@ -56,11 +56,14 @@ void Guarded(JsonWriter& w, const char* key, Compute&& compute, Emit&& emit)
     else WriteError(w, error);
 }
 
-inline void WriteValue(JsonWriter& w, bool v) { w.Bool(v); }
-inline void WriteValue(JsonWriter& w, std::int32_t v) { w.Int(v); }
-inline void WriteValue(JsonWriter& w, std::int64_t v) { w.Int(v); }
-inline void WriteValue(JsonWriter& w, std::uint32_t v) { w.UInt(v); }
-inline void WriteValue(JsonWriter& w, std::uint64_t v) { w.UInt(v); }
+// A bool, or an integer with its sign.
+template <std::integral T>
+void WriteValue(JsonWriter& w, T v)
+{
+    if constexpr (std::is_same_v<T, bool>) w.Bool(v);
+    else if constexpr (std::is_signed_v<T>) w.Int(v);
+    else w.UInt(v);
+}
 inline void WriteValue(JsonWriter& w, const QT::QTRect& r)
 {
     w.BeginArray(true);
@@ -114,12 +117,41 @@ void CodeField(JsonWriter& w, const char* key, Compute&& compute, EmitOutputs&& 
     });
 }
 
-// {"code", `listKey`: [...]}: the rows for any code, since a failed table
-// keeps what it placed. `make` fills an empty table and gives the code;
-// `emitRows` writes the rows, each through Row.
-template <typename Table, typename Make, typename EmitRows>
-void TableField(JsonWriter& w, const char* key, const char* listKey, Make&& make, EmitRows&& emitRows)
+// {"code", names[0]: outputs[0], ...}: `ask` fills the outputs and gives the
+// code; the outputs are shown only for code 0.
+template <std::size_t N, typename Ask>
+void CodedUIntsField(JsonWriter& w, const char* key, const std::array<const char*, N>& names, Ask&& ask)
 {
+    CodeField(
+        w, key,
+        [&] {
+            Coded<std::array<std::uint32_t, N>> r;
+            r.code = ask(r.value);
+            return r;
+        },
+        [&](const std::array<std::uint32_t, N>& values) {
+            for (std::size_t i = 0; i < N; ++i) {
+                w.Key(names[i]);
+                w.UInt(values[i]);
+            }
+        });
+}
+
+// The key with null: a table left out by --no-tables, or a part that does not apply.
+inline void NullField(JsonWriter& w, const char* key)
+{
+    w.Key(key);
+    w.Null();
+}
+
+// A per-sample table as {"code", `listKey`: [[columns], ...]}, or null when
+// `shown` is false. The records show for any code, since a failed table keeps
+// what it placed. `make` fills an empty table and gives the code; `columns`
+// gives the values of one element of it as a tuple, one line a record.
+template <typename Table, typename Make, typename Columns>
+void TableField(JsonWriter& w, bool shown, const char* key, const char* listKey, Make&& make, Columns&& columns)
+{
+    if (!shown) return NullField(w, key);
     Guarded(
         w, key,
         [&] {
@@ -132,36 +164,33 @@ void TableField(JsonWriter& w, const char* key, const char* listKey, Make&& make
             WriteCode(w, r.code);
             w.Key(listKey);
             w.BeginArray();
-            emitRows(r.value);
+            for (const auto& record : r.value) {
+                w.BeginArray(true);
+                std::apply([&](const auto&... values) { (WriteValue(w, values), ...); }, columns(record));
+                w.EndArray();
+            }
             w.EndArray();
             w.EndObject();
         });
 }
 
-// One row of a table: its values on one line.
-template <typename EmitValues>
-void Row(JsonWriter& w, EmitValues&& emitValues)
+// [width, height] from `ask(width, height)`, or null when it gives false.
+template <typename Ask>
+void DimensionsField(JsonWriter& w, const char* key, Ask&& ask)
 {
-    w.BeginArray(true);
-    emitValues();
-    w.EndArray();
-}
-
-// [width, height], or null.
-inline void WriteDimensions(JsonWriter& w, const std::optional<std::pair<float, float>>& size)
-{
-    if (!size) return w.Null();
-    w.BeginArray(true);
-    w.Float(size->first);
-    w.Float(size->second);
-    w.EndArray();
-}
-
-// The key with null: a table left out by --no-tables, or a part that does not apply.
-inline void NullField(JsonWriter& w, const char* key)
-{
-    w.Key(key);
-    w.Null();
+    Guarded(
+        w, key,
+        [&] {
+            std::pair<float, float> size;
+            return ask(size.first, size.second) ? std::optional(size) : std::nullopt;
+        },
+        [&](const std::optional<std::pair<float, float>>& size) {
+            if (!size) return w.Null();
+            w.BeginArray(true);
+            w.Float(size->first);
+            w.Float(size->second);
+            w.EndArray();
+        });
 }
 
 } // namespace atomscan_tool

@@ -1,11 +1,11 @@
-#include "MovieFile.h"
+#include "common/MovieFile.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <system_error>
 
-#include "Text.h"
+#include "common/Text.h"
 
 namespace atomscan_tool {
 

@@ -1,8 +1,8 @@
-#include "Dump.h"
+#include "dump/Dump.h"
 
 #include <stdexcept>
 
-#include "MovieFile.h"
+#include "common/MovieFile.h"
 
 namespace atomscan_tool {
 
@@ -55,6 +55,22 @@ QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptio
     }
     w.EndObject();
     return opened.code;
+}
+
+QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::string& outJson)
+{
+    JsonWriter w(outJson);
+    const QT::ResultCode code = WriteDump(w, path, options);
+    w.Finish();
+    return code;
+}
+
+QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::FILE* out)
+{
+    JsonWriter w(out);
+    const QT::ResultCode code = WriteDump(w, path, options);
+    w.Finish();
+    return code;
 }
 
 } // namespace atomscan_tool

@@ -1,12 +1,12 @@
-#include "InfoTrack.h"
+#include "info/InfoTrack.h"
 
 #include <cstdio>
 #include <string_view>
 
 #include <vector>
 
-#include "MovieFile.h"
-#include "Text.h"
+#include "common/MovieFile.h"
+#include "common/Text.h"
 
 namespace atomscan_tool {
 
