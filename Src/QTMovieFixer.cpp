@@ -33,6 +33,9 @@ public:
     }
 
     std::uint32_t NumEntries() const { return mNumEntries; }
+    bool IsWide() const { return mIsCo64; }
+    // Offset in the copy of entry 0.
+    std::uint64_t EntriesOffset() const { return EntryOffset(0); }
 
     std::uint64_t GetEntry(std::uint32_t entryIdx) const
     {
@@ -114,7 +117,7 @@ std::optional<std::uint32_t> QTMovieFixer::FindEnabledVideoTrack(IQTMovie& movie
     return std::nullopt;
 }
 
-ResultCode QTMovieFixer::FixMovie(String16 path)
+ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace* outPlace)
 {
     Tessel::InterfaceRef<IQTMovie> movie;
     static_cast<void>(OpenMovie(path, movie));
@@ -125,6 +128,9 @@ ResultCode QTMovieFixer::FixMovie(String16 path)
     const AtomReader atomData = mOpen.mStore->Reader();
     const ChunkOffsetHelperPrivate table(mOpen.mIndex.mTracks[*chosen], atomData);
     const std::uint32_t numEntries = table.NumEntries();
+    if (outPlace) {
+        *outPlace = {true, *chosen, table.IsWide(), mOpen.mMovieAtomOffset + table.EntriesOffset(), numEntries};
+    }
     // An entry is damaged when it lies beyond the end of the file (one equal
     // to the size is sound). The last entry has no next one to be judged by,
     // so it is never mended.
@@ -142,5 +148,16 @@ Tessel::InterfaceRef<IQTMovieFixer> MakeFixer()
     local->AddRef();
     return HandOut<IQTMovieFixer>(local, kIID_IQTMovieFixer);
 }
+
+namespace internal {
+
+ResultCode FixMovieAndLocate(const String16& path, RepairTablePlace& outPlace)
+{
+    outPlace = RepairTablePlace();
+    auto fixer = Tessel::InterfaceRef<QTMovieFixer>(new QTMovieFixer());
+    return fixer->Repair(path, &outPlace);
+}
+
+} // namespace internal
 
 } // namespace QT
