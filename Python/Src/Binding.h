@@ -104,6 +104,8 @@ py::object ExternalReference(const QT::ExtRefData& reference, bool found);
 
 void BindMovie(py::module_& m);
 void BindTrack(py::module_& m);
+// `fix`, and the dump document for `dump`.
+void BindRepair(py::module_& m);
 // Frame, temporal reference, audio range and caption tables as NumPy arrays.
 void BindTables(py::module_& m, py::class_<TrackObject, std::shared_ptr<TrackObject>>& track);
 

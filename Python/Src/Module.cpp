@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "Binding.h"
-#include "Tools/atomscan/MovieFile.h"
+#include "common/MovieFile.h"
 #include "vellum/vellum.h"
 
 namespace atomscan_python {
@@ -197,6 +197,7 @@ PYBIND11_MODULE(_atomscan, m)
     RegisterErrors(m);
     BindTrack(m);
     BindMovie(m);
+    BindRepair(m);
     m.def("open", &Open, py::arg("path"),
           "Opens the movie at `path` (str, bytes or os.PathLike) and gives a Movie.\n\n"
           "Raises OpenError when the file cannot be opened and NotAMovieError when it is\n"

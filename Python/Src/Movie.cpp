@@ -5,8 +5,8 @@
 
 #include "Binding.h"
 #include "Inc/ExternalReferences.h"
-#include "Tools/atomscan/MetadataKeys.h"
-#include "Tools/atomscan/References.h"
+#include "common/MetadataKeys.h"
+#include "common/References.h"
 
 namespace atomscan_python {
 

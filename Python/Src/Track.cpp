@@ -5,8 +5,8 @@
 #include <optional>
 
 #include "Binding.h"
-#include "Tools/atomscan/MovieFile.h"
-#include "Tools/atomscan/Text.h"
+#include "common/MovieFile.h"
+#include "common/Text.h"
 
 namespace atomscan_python {
 

@@ -15,6 +15,8 @@ from a thread pool. ``summary(path)`` gives one plain dict per movie, for mappin
 over an archive (for example with a Dask bag).
 """
 
+import json as _json
+
 from ._atomscan import (
     AUDIO_RANGE_DTYPE,
     CAPTION_DTYPE,
@@ -23,17 +25,31 @@ from ._atomscan import (
     ContractError,
     Error,
     ExternalReference,
+    MendedEntry,
     Movie,
     NotAMovieError,
     OpenError,
     TableError,
     Track,
+    _dump_json,
+    fix,
     open,
 )
 from ._summary import summary
 
 __all__ = [
     "AUDIO_RANGE_DTYPE", "CAPTION_DTYPE", "FRAME_DTYPE", "TEMPORAL_REFERENCE_DTYPE",
-    "ContractError", "Error", "ExternalReference", "Movie", "NotAMovieError", "OpenError",
-    "TableError", "Track", "open", "summary",
+    "ContractError", "Error", "ExternalReference", "MendedEntry", "Movie", "NotAMovieError", "OpenError",
+    "TableError", "Track", "dump", "fix", "open", "summary",
 ]
+
+
+def dump(path, tables=True):
+    """Everything the library tells about the movie at `path`, as `atomscan dump` prints it.
+
+    A dict with the command's keys (path, open, movie, tracks, references; see the
+    command's documentation), made by the same code. Without `tables` the per-sample
+    tables are None. A file that does not open gives no exception: its document has
+    the result code in "open", "movie" None and, for a refused movie, "refused".
+    """
+    return _json.loads(_dump_json(path, tables)[1])

