@@ -170,12 +170,13 @@ void BindMovie(py::module_& m)
                                             "directory name, and whether it can be found from here.";
     m.attr("ExternalReference") = *gExternalReference;
 
-    py::class_<MovieObject, std::shared_ptr<MovieObject>>(m, "Movie", R"(An open movie.
+    py::class_<MovieObject, std::shared_ptr<MovieObject>> movie(m, "Movie", R"(An open movie.
 
 Everything is answered from the copy of the movie atom made at the open; the file
 is not kept open. Use it as a context manager, or call close(), to free the copy
-(tracks already taken keep their share of it).)")
-        .def_property_readonly("path", [](const MovieObject& self) { return self.path->utf8; },
+(tracks already taken keep their share of it).)");
+    movie.attr("__module__") = "atomscan";
+    movie.def_property_readonly("path", [](const MovieObject& self) { return self.path->utf8; },
                                "The path as given to open().")
         .def_property_readonly("closed", [](const MovieObject& self) { return !self.movie; })
         .def_property_readonly("time_scale", MovieGetter(&QT::IQTMovie::GetTimeScale), "Time units in a second.")

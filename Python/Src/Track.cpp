@@ -388,9 +388,10 @@ TableError with the result code.)");
         .def_property_readonly("caption_frame_duration", TrackGetter(&QT::IQTTrack::GetCaptionFrameDuration),
                                "Media time units of one caption frame.")
         .def("__repr__", [](const TrackObject& self) {
-            return "<atomscan.Track " + std::to_string(self.track->GetTrackIndex()) + " '" +
+            return "<atomscan.Track " + std::to_string(Unlocked([&] { return self.track->GetTrackIndex(); })) + " '" +
                    FourCCText(self.mediaType).cast<std::string>() + "'>";
         });
+    track.attr("__module__") = "atomscan";
     BindTables(m, track);
 }
 
