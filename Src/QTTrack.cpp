@@ -34,11 +34,6 @@ constexpr std::uint32_t kMatrixRows[4][7] = {
 
 } // namespace
 
-ResultCode QTTrack::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTTrack, id, out);
-}
-
 void QTTrack::Initialize(std::uint64_t trackIndex, const CountedPtr<QTMooVAtom>& store, std::uint32_t movieTimeScale)
 {
     mMovieTimeScale = movieTimeScale;

@@ -107,7 +107,9 @@ struct CdatCheck {
     {
         probed = true;
         Tessel::File file;
-        if (file.Create(path, 1, 1, 8, 0, false) < 0) return;
+        if (file.Create(path, Tessel::kFileAccessRead, Tessel::kFileShareRead, Tessel::kFileOpenExisting,
+                        Tessel::kFileAttributesNone, false) < 0)
+            return;
         std::uint64_t size = 0;
         if (Tessel::File::SizeOnDisk(path, size) >= 0) fileSize = size;
         if (chunkOffset > size || size - chunkOffset < 8) return;

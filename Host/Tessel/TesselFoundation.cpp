@@ -38,8 +38,8 @@ int File::Create(const String16& path, FileAccessFlags access, FileShareModeFlag
     const std::string native = ToNative(path);
     if (native.find('\0') != std::string::npos) return -1;
     int mode = O_RDONLY;
-    if ((access & 1) && (access & 2)) mode = O_RDWR;
-    else if (access & 2) mode = O_WRONLY;
+    if ((access & kFileAccessRead) && (access & kFileAccessWrite)) mode = O_RDWR;
+    else if (access & kFileAccessWrite) mode = O_WRONLY;
     // Only existing regular files are opened; nothing is created or truncated.
     const int fd = ::open(native.c_str(), mode | O_CLOEXEC);
     if (fd < 0) return -1;

@@ -16,7 +16,7 @@ struct TrackSummary {
     std::string format;   // size, or rate/channels/format, or timecode start, or caption data
     std::string samples;  // frames (sound: sample frames) the edit shows
     std::string rate;     // frames a second
-    std::string edit;     // where the edit starts in the media and how long it lasts
+    std::string edit;     // where the edit starts in the media (or that it is empty) and how long it lasts
 };
 
 // `moviePath`: the movie's file, for the two places where a host reads it.
