@@ -1,7 +1,8 @@
-// `fix` and `dump`: the library's repair with the entries it mended, and the
-// command's dump document, both from the code the `atomscan` command runs.
+// `fix` and `dump`: the library's repair through its internal entry point, with the
+// entries it mended; and the document of `atomscan dump`, from the command's library.
 #include <pybind11/stl.h>
 
+#include <fcntl.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -13,7 +14,6 @@
 #include "Inc/AtomscanInternal.h"
 #include "common/MovieFile.h"
 #include "dump/DumpJson.h"
-#include "fix/MovieAtomFile.h"
 
 namespace atomscan_python {
 
@@ -53,22 +53,63 @@ std::uint64_t Entry(const std::vector<std::uint8_t>& bytes, std::size_t at, bool
     return value;
 }
 
-// Runs the repair on `path`, or with `dryRun` on a sparse copy of it, and
+// Where the movie atom lies, as the library's open finds it.
+struct MovieAtomPlace {
+    std::uint64_t offset = 0, size = 0;
+};
+
+MovieAtomPlace FindMovieAtom(const std::string& path)
+{
+    Tessel::InterfaceRef<QT::IQTMovie> movie;
+    bool found = false;
+    MovieAtomPlace place;
+    const QT::ResultCode rc = QT::MakeParser()->OpenMovieAndFindAtom(
+        vellum::utility::UTF8to16(path, nullptr, nullptr), movie, QT::MakeFourCC("moov"), found, place.offset, place.size);
+    if (rc != QT::kResultSuccess)
+        throw LibraryError(rc == QT::kResultCannotOpen ? ErrorKind::kOpen : ErrorKind::kNotAMovie, rc,
+                           path + ": " + atomscan_tool::OpenFailureText(rc));
+    if (!found || place.size == 0)
+        throw LibraryError(ErrorKind::kNotAMovie, QT::kResultNotAMovie, path + ": cannot find the movie atom");
+    return place;
+}
+
+// A file at `copy` as large as `path`, with its movie atom at the same offset, a
+// `free` atom over all ahead of it and holes elsewhere: what the repair reads.
+bool WriteStandIn(const std::string& path, const MovieAtomPlace& place, const std::vector<std::uint8_t>& movieAtom,
+                  const std::string& copy)
+{
+    std::error_code error;
+    const std::uint64_t fileSize = std::filesystem::file_size(path, error);
+    const int fd = ::open(copy.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (error || fd < 0) return false;
+    std::vector<std::uint8_t> head; // size, type, and the 64-bit size where 32 bits do not hold it
+    const bool wide = place.offset > 0xffffffffu;
+    const std::uint64_t size = wide ? 1 : place.offset;
+    for (int shift = 24; shift >= 0; shift -= 8) head.push_back(static_cast<std::uint8_t>(size >> shift));
+    head.insert(head.end(), {'f', 'r', 'e', 'e'});
+    for (int shift = 56; wide && shift >= 0; shift -= 8) head.push_back(static_cast<std::uint8_t>(place.offset >> shift));
+    const bool written =
+        ::ftruncate(fd, static_cast<off_t>(fileSize)) == 0 &&
+        (place.offset < head.size() || ::pwrite(fd, head.data(), head.size(), 0) == static_cast<ssize_t>(head.size())) &&
+        ::pwrite(fd, movieAtom.data(), movieAtom.size(), static_cast<off_t>(place.offset)) ==
+            static_cast<ssize_t>(movieAtom.size());
+    return ::close(fd) == 0 && written;
+}
+
+// Runs the repair on `path`, or with `dryRun` on a stand-in for it, and
 // compares the examined table's entries before and after.
 std::vector<MendedEntry> Repair(const std::string& path, bool dryRun)
 {
-    const std::optional<atomscan_tool::TopLevelLayout> layout = atomscan_tool::ScanTopLevel(path);
-    const auto movieAtom = [&](const std::string& file) {
-        return atomscan_tool::ReadFileRange(file, layout->movieAtomOffset, layout->movieAtomSize);
-    };
-    const auto before = layout ? movieAtom(path) : std::nullopt;
+    const MovieAtomPlace atom = FindMovieAtom(path);
+    const auto movieAtom = [&](const std::string& file) { return atomscan_tool::ReadFileRange(file, atom.offset, atom.size); };
+    const auto before = movieAtom(path);
     if (!before)
         throw LibraryError(ErrorKind::kNotAMovie, QT::kResultNotAMovie, path + ": cannot read the movie atom");
     TempDirectory directory;
     std::string target = path;
     if (dryRun) {
         target = directory.Path() + "/" + std::filesystem::path(path).filename().string();
-        if (directory.Path().empty() || !atomscan_tool::WriteSparseCopy(path, *layout, target))
+        if (directory.Path().empty() || !WriteStandIn(path, atom, *before, target))
             throw LibraryError(ErrorKind::kOpen, QT::kResultCannotOpen, path + ": cannot make a temporary copy");
     }
     QT::internal::RepairTablePlace place;
@@ -76,10 +117,10 @@ std::vector<MendedEntry> Repair(const std::string& path, bool dryRun)
     const auto after = movieAtom(target);
     std::vector<MendedEntry> mended;
     const std::uint64_t width = place.wide ? 8 : 4;
-    if (!place.found || !after || place.entriesOffset < layout->movieAtomOffset ||
-        place.entriesOffset - layout->movieAtomOffset + width * place.count > layout->movieAtomSize)
+    if (!place.found || !after || place.entriesOffset < atom.offset ||
+        place.entriesOffset - atom.offset + width * place.count > atom.size)
         return mended;
-    const std::size_t start = static_cast<std::size_t>(place.entriesOffset - layout->movieAtomOffset);
+    const std::size_t start = static_cast<std::size_t>(place.entriesOffset - atom.offset);
     for (std::uint32_t i = 0; i < place.count; ++i) {
         const std::size_t at = start + static_cast<std::size_t>(width * i);
         const std::uint64_t was = Entry(*before, at, place.wide), is = Entry(*after, at, place.wide);
@@ -90,11 +131,12 @@ std::vector<MendedEntry> Repair(const std::string& path, bool dryRun)
 
 py::list Fix(const py::object& path, bool dryRun)
 {
-    py::module_::import("atomscan._atomscan").attr("open")(path).attr("close")();
     const std::string file = ToPath(path).utf8;
-    if (!dryRun && ::access(file.c_str(), W_OK) != 0)
-        throw LibraryError(ErrorKind::kOpen, QT::kResultCannotOpen, file + ": cannot write to the file");
-    const std::vector<MendedEntry> mended = Unlocked([&] { return Repair(file, dryRun); });
+    const std::vector<MendedEntry> mended = Unlocked([&] {
+        if (!dryRun && ::access(file.c_str(), W_OK) != 0 && ::access(file.c_str(), F_OK) == 0)
+            throw LibraryError(ErrorKind::kOpen, QT::kResultCannotOpen, file + ": cannot write to the file");
+        return Repair(file, dryRun);
+    });
     const py::object entry = py::module_::import("atomscan._atomscan").attr("MendedEntry");
     py::list list;
     for (const MendedEntry& m : mended) list.append(entry(m.track, m.index, m.before, m.after));
