@@ -46,31 +46,40 @@ private:
     std::string mPath;
 };
 
-std::uint64_t Entry(const std::vector<std::uint8_t>& bytes, std::size_t at, bool wide)
-{
-    std::uint64_t value = 0;
-    for (std::size_t k = 0; k < (wide ? 8u : 4u); ++k) value = (value << 8) | bytes[at + k];
-    return value;
-}
-
-// Where the movie atom lies, as the library's open finds it.
+// Where the movie atom lies: the first top-level atom of type `moov`.
 struct MovieAtomPlace {
     std::uint64_t offset = 0, size = 0;
 };
 
+std::uint64_t BigEndian(const std::vector<std::uint8_t>& bytes, std::size_t at, std::size_t width)
+{
+    std::uint64_t value = 0;
+    for (std::size_t k = 0; k < width; ++k) value = (value << 8) | bytes[at + k];
+    return value;
+}
+
+// Refuses as open() does a file that is no movie; else steps over the top-level
+// atoms (a size of 1 takes the 64-bit size behind the type, 0 runs to the end).
 MovieAtomPlace FindMovieAtom(const std::string& path)
 {
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    bool found = false;
-    MovieAtomPlace place;
-    const QT::ResultCode rc = QT::MakeParser()->OpenMovieAndFindAtom(
-        vellum::utility::UTF8to16(path, nullptr, nullptr), movie, QT::MakeFourCC("moov"), found, place.offset, place.size);
+    const QT::ResultCode rc = QT::MakeParser()->OpenMovie(vellum::utility::UTF8to16(path, nullptr, nullptr), movie);
     if (rc != QT::kResultSuccess)
         throw LibraryError(rc == QT::kResultCannotOpen ? ErrorKind::kOpen : ErrorKind::kNotAMovie, rc,
                            path + ": " + atomscan_tool::OpenFailureText(rc));
-    if (!found || place.size == 0)
-        throw LibraryError(ErrorKind::kNotAMovie, QT::kResultNotAMovie, path + ": cannot find the movie atom");
-    return place;
+    const atomscan_tool::RegularFile file(path);
+    for (std::uint64_t at = 0; file.IsOpen() && file.Size() - at >= 8;) {
+        const auto head = file.Read(at, file.Size() - at >= 16 ? 16 : 8);
+        if (!head) break;
+        std::uint64_t size = BigEndian(*head, 0, 4);
+        const std::uint64_t headSize = size == 1 ? 16 : 8;
+        if (size == 1) size = head->size() == 16 ? BigEndian(*head, 8, 8) : 0;
+        else if (size == 0) size = file.Size() - at;
+        if (size < headSize || size > file.Size() - at) break;
+        if (BigEndian(*head, 4, 4) == QT::MakeFourCC("moov")) return {at, size};
+        at += size;
+    }
+    throw LibraryError(ErrorKind::kNotAMovie, QT::kResultNotAMovie, path + ": cannot find the movie atom");
 }
 
 // A file at `copy` as large as `path`, with its movie atom at the same offset, a
@@ -123,7 +132,7 @@ std::vector<MendedEntry> Repair(const std::string& path, bool dryRun)
     const std::size_t start = static_cast<std::size_t>(place.entriesOffset - atom.offset);
     for (std::uint32_t i = 0; i < place.count; ++i) {
         const std::size_t at = start + static_cast<std::size_t>(width * i);
-        const std::uint64_t was = Entry(*before, at, place.wide), is = Entry(*after, at, place.wide);
+        const std::uint64_t was = BigEndian(*before, at, width), is = BigEndian(*after, at, width);
         if (was != is) mended.push_back({place.track, i, was, is});
     }
     return mended;
