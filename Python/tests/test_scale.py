@@ -14,7 +14,7 @@ PATHS = [str(CORPUS / f"{name}.mov") for name in NAMES]
 
 
 def _tables(path):
-    """Every table of every track as bytes (or the refusal's code), and the summary."""
+    """Every table of every track as lists of records (or the refusal's code), and the summary."""
     tables = []
     try:
         with atomscan.open(path) as movie:
@@ -23,7 +23,7 @@ def _tables(path):
                     t.media_type, [t.captions] if t.caption_format else [])
                 for call in calls:
                     try:
-                        tables.append(call().tobytes())
+                        tables.append(call().tolist())  # fields only: record padding is unspecified
                     except atomscan.TableError as e:
                         tables.append(e.code)
     except atomscan.Error as e:
