@@ -1,10 +1,11 @@
-// Bytes → a file → OpenMovie → every movie operation, and for every track
+// Bytes → a file → OpenMovie (with its explanation) → every movie operation, and for every track
 // every operation its media type allows, with every description index, every
 // table with every flag combination, and the reference enumerations.
 #include <map>
 #include <vector>
 
 #include "Fuzz/FuzzSupport.h"
+#include "Inc/AtomscanInternal.h"
 #include "Inc/ExternalReferences.h"
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
@@ -167,7 +168,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const QT::String16 path = fuzz::WriteInput(data, size);
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    if (QT::MakeParser()->OpenMovie(path, movie) != QT::kResultSuccess) return 0;
+    // The open with its explanation: a refusal, and only a refusal, names a
+    // rule, and the atom it names lies inside the file.
+    QT::internal::OpenRefusal refusal;
+    const QT::ResultCode code = QT::internal::OpenMovieExplained(path, movie, refusal);
+    if ((code == QT::kResultSuccess) == !refusal.rule.empty() || (refusal.offset && *refusal.offset >= size))
+        __builtin_trap();
+    if (code != QT::kResultSuccess) return 0;
 
     movie->GetTimeScale();
     movie->GetDuration();

@@ -3,10 +3,29 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <string>
 
 #include "Inc/AtomscanTypes.h"
+#include "Inc/IQTMovie.h"
 
 namespace QT::internal {
+
+// The open.
+
+// Why an open refused a file, as the load of its movie atom and the walk of
+// that atom found it where they stopped.
+struct OpenRefusal {
+    std::string rule;                    // a short sentence for a person; empty when the movie opened
+    std::optional<std::uint32_t> track;  // the track being walked (0-based); none outside a track
+    std::optional<FourCC> atom;          // the atom where the open stopped
+    std::optional<std::uint64_t> offset; // that atom's offset in the file
+};
+
+// Runs the open sequence of OpenMovie on a new parser (the same code) and,
+// when it refuses the file, tells why in `outRefusal`, which is reset first.
+// The result and `outMovie` are those of OpenMovie.
+ResultCode OpenMovieExplained(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, OpenRefusal& outRefusal);
 
 // The repair.
 

@@ -1,5 +1,7 @@
 #include "Src/Atomscan.h"
 
+#include "Inc/AtomscanInternal.h"
+
 namespace QT {
 
 ResultCode Atomscan::OpenMovie(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie)
@@ -14,15 +16,31 @@ ResultCode Atomscan::OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQ
     return Open(path, outMovie, &find);
 }
 
-ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find)
+ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find,
+                          RefusalPoint* refusal)
 {
     const OpenSettings settings{find ? Tessel::kFileShareRead : Tessel::kFileShareReadWrite, kParserGuard};
-    return OpenMovieFile(path, settings, mOpen, outMovie, find);
+    return OpenMovieFile(path, settings, mOpen, outMovie, find, refusal);
 }
 
 Tessel::InterfaceRef<IAtomscan> MakeParser()
 {
     return HandOut<IAtomscan>(MakeCounted<Atomscan>());
 }
+
+namespace internal {
+
+ResultCode OpenMovieExplained(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie,
+                              OpenRefusal& outRefusal)
+{
+    outRefusal = OpenRefusal();
+    RefusalPoint point;
+    const ResultCode result = MakeCounted<Atomscan>()->Open(path, outMovie, nullptr, &point);
+    if (point.rule != RefusalRule::kNone)
+        outRefusal = OpenRefusal{RefusalText(point.rule, point.bytes), point.track, point.atom, point.offset};
+    return result;
+}
+
+} // namespace internal
 
 } // namespace QT

@@ -17,9 +17,12 @@ public:
     ResultCode OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie, FourCC atomType,
                                     bool& outFound, std::uint64_t& outOffset, std::uint64_t& outSize) override;
 
-private:
-    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find);
+    // The open sequence of both operations; a refused open notes why in
+    // `refusal`, unless it is null.
+    ResultCode Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find,
+                    RefusalPoint* refusal = nullptr);
 
+private:
     // File size, store and movie atom size of the current open.
     OpenedMovie mOpen;
 };

@@ -7,63 +7,97 @@
 
 namespace QT {
 
-bool MovieAtomLoader::ReadAtomHeader(FileAtom& out)
+RefusalRule MovieAtomLoader::ReadAtomHeader(FileAtom& out)
 {
     std::int64_t start = 0;
-    if (mFile.GetFilePointer(start) < 0) return false;
+    if (mFile.GetFilePointer(start) < 0) return RefusalRule::kFileUnreadable;
+    out.start = start;
     // The head as in the copy, then the 64-bit size where size 1 announces it.
     std::uint8_t bytes[16] = {};
     const AtomReader header(bytes, sizeof bytes);
     AtomHeader head;
     std::uint32_t got = 0;
-    if (mFile.Read(bytes, 8, got) < 0 || got != 8 || !ReadAtomHead(header, 0, head)) return false;
+    if (mFile.Read(bytes, 8, got) < 0) return RefusalRule::kFileUnreadable;
+    if (got != 8 || !ReadAtomHead(header, 0, head)) return RefusalRule::kNoMovieAtom;
+    out.type = head.type;
     std::uint64_t size = head.size;
     if (head.size == 0) {
         // Runs to the end of the file.
-        if (start < 0 || static_cast<std::uint64_t>(start) >= mFileSize) return false;
+        if (start < 0 || static_cast<std::uint64_t>(start) >= mFileSize) return RefusalRule::kNoMovieAtom;
         size = mFileSize - static_cast<std::uint64_t>(start);
     } else if (head.size == 1) {
         std::uint64_t size64 = 0;
-        if (mFile.Read(bytes + 8, 8, got) < 0 || got != 8 || !header.U64(8, size64)) return false;
-        if (static_cast<std::int64_t>(size64) < 8) return false; // negative or below 8
+        if (mFile.Read(bytes + 8, 8, got) < 0) return RefusalRule::kFileUnreadable;
+        if (got != 8 || !header.U64(8, size64)) return RefusalRule::kFileEndsInWideSize;
+        if (static_cast<std::int64_t>(size64) < 8) return RefusalRule::kWideSizeBelowHeader; // negative or below 8
         size = size64;
     } else if (head.size < 8) {
-        return false;
+        return RefusalRule::kAtomSizeBelowHeader;
     }
+    out.size = size;
     // Seek behind the atom before the type is looked at; refuse a sum that
     // would not fit the signed file position.
     if (static_cast<std::uint64_t>(start) > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()) - size)
-        return false;
-    if (mFile.SetFilePointer(start + static_cast<std::int64_t>(size), Tessel::kFromStart) < 0) return false;
-    out.start = start;
-    out.size = size;
-    out.type = head.type;
-    return true;
+        return RefusalRule::kAtomPastFileEnd;
+    if (mFile.SetFilePointer(start + static_cast<std::int64_t>(size), Tessel::kFromStart) < 0) {
+        const bool pastEnd = size > mFileSize - static_cast<std::uint64_t>(start);
+        return pastEnd ? RefusalRule::kAtomPastFileEnd : RefusalRule::kFileUnreadable;
+    }
+    return RefusalRule::kNone;
+}
+
+bool MovieAtomLoader::Refuse(RefusalRule rule, std::optional<FourCC> atom, std::optional<std::uint64_t> offset,
+                             std::uint64_t bytes) const
+{
+    if (mRefusal) *mRefusal = RefusalPoint{rule, std::nullopt, atom, offset, bytes};
+    return false;
+}
+
+bool MovieAtomLoader::RefuseShortHeader(const FileAtom& atom, const FileAtom& previous) const
+{
+    const auto start = static_cast<std::uint64_t>(atom.start);
+    // Behind the end of the file: the atom before ran past it.
+    if (start > mFileSize && previous.size != 0) return Refuse(RefusalRule::kAtomPastFileEnd, previous, start - mFileSize);
+    if (start < mFileSize) return Refuse(RefusalRule::kFileEndsInHeader, std::nullopt, start);
+    return Refuse(RefusalRule::kNoMovieAtom);
 }
 
 bool MovieAtomLoader::LoadMovieAtom(QTMooVAtom& store, std::uint32_t& outSize, std::uint64_t& outOffset)
 {
     static_cast<void>(mFile.SetFilePointer(0, Tessel::kFromStart));
-    FileAtom atom;
+    FileAtom atom, previous;
     for (;;) {
-        if (!ReadAtomHeader(atom)) return false;
+        previous = atom;
+        switch (const RefusalRule rule = ReadAtomHeader(atom)) {
+        case RefusalRule::kNone: break;
+        case RefusalRule::kNoMovieAtom: return RefuseShortHeader(atom, previous);
+        case RefusalRule::kFileUnreadable: return Refuse(rule);
+        case RefusalRule::kAtomPastFileEnd:
+            return Refuse(rule, atom, static_cast<std::uint64_t>(atom.start) + atom.size - mFileSize);
+        default: return Refuse(rule, atom);
+        }
         if (atom.type == MakeFourCC("moov")) break;
         // Only reached when a header read at the very end succeeds, which the
         // short read of the next header prevents; kept as the stated rule.
         if (static_cast<std::uint64_t>(atom.start) >= mFileSize) return true;
     }
-    if (atom.size < kMinMovieAtomSize || atom.size > kMaxMovieAtomSize) return false;
+    if (atom.size < kMinMovieAtomSize) return Refuse(RefusalRule::kMovieAtomTooSmall, atom);
+    if (atom.size > kMaxMovieAtomSize) return Refuse(RefusalRule::kMovieAtomTooLarge, atom);
     // An atom that runs past the end of the file can only come up short: it
     // is refused before its copy is allocated, so a small file cannot make
     // an open allocate and fill 128 MiB.
-    if (atom.size > mFileSize - static_cast<std::uint64_t>(atom.start)) return false;
+    if (atom.size > mFileSize - static_cast<std::uint64_t>(atom.start))
+        return Refuse(RefusalRule::kMovieAtomPastFileEnd, atom,
+                      atom.size - (mFileSize - static_cast<std::uint64_t>(atom.start)));
     const auto size = static_cast<std::uint32_t>(atom.size);
-    if (!store.ResizeAtomData(size) || store.GetAtomData() == nullptr) return false;
-    if (mFile.SetFilePointer(atom.start, Tessel::kFromStart) < 0) return false;
+    if (!store.ResizeAtomData(size) || store.GetAtomData() == nullptr)
+        return Refuse(RefusalRule::kMovieAtomNoMemory, atom);
+    if (mFile.SetFilePointer(atom.start, Tessel::kFromStart) < 0) return Refuse(RefusalRule::kFileUnreadable);
     outSize = size;
     outOffset = static_cast<std::uint64_t>(atom.start);
     std::uint32_t got = 0;
-    return mFile.Read(store.GetAtomData(), size, got) >= 0 && got == size;
+    if (mFile.Read(store.GetAtomData(), size, got) < 0 || got != size) return Refuse(RefusalRule::kFileUnreadable);
+    return true;
 }
 
 bool MovieAtomLoader::FindTopLevelAtom(FourCC type, std::uint64_t& outOffset, std::uint64_t& outSize)
@@ -71,7 +105,7 @@ bool MovieAtomLoader::FindTopLevelAtom(FourCC type, std::uint64_t& outOffset, st
     static_cast<void>(mFile.SetFilePointer(0, Tessel::kFromStart));
     for (int counter = 0;;) {
         FileAtom atom;
-        if (!ReadAtomHeader(atom)) return false;
+        if (ReadAtomHeader(atom) != RefusalRule::kNone) return false;
         if (atom.type == type) {
             if (atom.size < kMinMovieAtomSize || atom.size > kMaxMovieAtomSize) return false;
             outOffset = static_cast<std::uint64_t>(atom.start);

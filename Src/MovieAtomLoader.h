@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "Inc/AtomscanTypes.h"
+#include "Src/Refusal.h"
 
 namespace QT {
 
@@ -17,7 +19,11 @@ constexpr std::uint32_t kMaxMovieAtomSize = 0x8000000; // 128 MiB
 // The file side of an open, shared by the parser and the repair object.
 class MovieAtomLoader {
 public:
-    MovieAtomLoader(Tessel::File& file, std::uint64_t fileSize) : mFile(file), mFileSize(fileSize) {}
+    // A load that fails notes why in `refusal`, unless it is null.
+    MovieAtomLoader(Tessel::File& file, std::uint64_t fileSize, RefusalPoint* refusal = nullptr)
+        : mFile(file), mFileSize(fileSize), mRefusal(refusal)
+    {
+    }
 
     // Copies the first `moov` of the file into `store`. On success the copy's
     // size is in `outSize` and the atom's file offset in `outOffset`.
@@ -34,11 +40,25 @@ private:
         std::uint64_t size = 0;
         FourCC type = 0;
     };
-    // Reads the header at the current position and seeks behind the atom.
-    bool ReadAtomHeader(FileAtom& out);
+    // Reads the header at the current position and seeks behind the atom;
+    // kNone, or the rule that the header breaks: kNoMovieAtom when fewer than
+    // 8 bytes could be read at `out.start`. `out` is filled as far as the
+    // header was read: start, then type and size.
+    RefusalRule ReadAtomHeader(FileAtom& out);
+    // Notes why the load stops, where the refusal is noted; gives false.
+    bool Refuse(RefusalRule rule, std::optional<FourCC> atom = {}, std::optional<std::uint64_t> offset = {},
+                std::uint64_t bytes = 0) const;
+    bool Refuse(RefusalRule rule, const FileAtom& atom, std::uint64_t bytes = 0) const
+    {
+        return Refuse(rule, atom.type, static_cast<std::uint64_t>(atom.start), bytes);
+    }
+    // The rule of a header that could not be read whole at `atom.start`,
+    // behind `previous`.
+    bool RefuseShortHeader(const FileAtom& atom, const FileAtom& previous) const;
 
     Tessel::File& mFile;
     std::uint64_t mFileSize;
+    RefusalPoint* mRefusal;
 };
 
 } // namespace QT

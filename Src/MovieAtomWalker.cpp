@@ -8,6 +8,7 @@ namespace QT {
 
 namespace {
 
+constexpr FourCC kMoov = MakeFourCC("moov");
 constexpr FourCC kMvhd = MakeFourCC("mvhd");
 constexpr FourCC kTrak = MakeFourCC("trak");
 constexpr FourCC kTkhd = MakeFourCC("tkhd");
@@ -46,6 +47,45 @@ AtomPtr* SampleTableField(TrackItem& item, FourCC type)
 
 } // namespace
 
+bool MovieAtomWalker::Refuse(RefusalRule rule, std::optional<Place> at, std::uint64_t bytes) const
+{
+    if (mRefusal) {
+        *mRefusal = RefusalPoint{rule, mTrack, std::nullopt, std::nullopt, bytes};
+        if (at) {
+            mRefusal->atom = at->type;
+            mRefusal->offset = at->offset;
+        }
+    }
+    return false;
+}
+
+bool MovieAtomWalker::RefuseStep(StepResult r, const AtomHeader& h, std::uint32_t at, RefusalRule otherwise,
+                                 Place where) const
+{
+    if (r != StepResult::kRefused) return Refuse(otherwise, where);
+    if (h.size == 0) return Refuse(RefusalRule::kAtomSizeZero, Place{h.type, at});
+    return Refuse(RefusalRule::kAtomPastMovieAtomEnd, Place{h.type, at}, std::uint64_t{at} + h.size - mTotal);
+}
+
+bool MovieAtomWalker::RefuseIncomplete(const TrackItem& item) const
+{
+    // A `minf` led by `dinf` or `stbl` has that atom taken for its media
+    // header, and the part it holds is then missing.
+    const Place header{mReader.U32Or(item.mMediaHeader.Field(4)), item.mMediaHeader.Offset()};
+    const bool tables = item.mStsd && item.mStts && item.mStsc && item.mStsz && (item.mStco || item.mCo64);
+    if ((header.type == kDinf && !item.mDinf) || (header.type == kStbl && !tables))
+        return Refuse(RefusalRule::kMinfNotLedByMediaHeader, header);
+    const Place minf{kMinf, mMinf};
+    if (!item.mDinf) return Refuse(RefusalRule::kNoDinf, minf);
+    if (!mStbl) return Refuse(RefusalRule::kNoStbl, minf);
+    const Place stbl{kStbl, *mStbl};
+    if (!item.mStsd) return Refuse(RefusalRule::kNoStsd, stbl);
+    if (!item.mStts) return Refuse(RefusalRule::kNoStts, stbl);
+    if (!item.mStsc) return Refuse(RefusalRule::kNoStsc, stbl);
+    if (!item.mStsz) return Refuse(RefusalRule::kNoStsz, stbl);
+    return Refuse(RefusalRule::kNoChunkOffsets, stbl);
+}
+
 bool MovieAtomWalker::WalkMovieAtom()
 {
     if (!FindMovieHeader()) return false;
@@ -57,16 +97,18 @@ bool MovieAtomWalker::WalkMovieAtom()
 
 bool MovieAtomWalker::FindMovieHeader()
 {
-    if (mTotal < 9) return false;
+    const Place moov{kMoov, 0};
+    if (mTotal < 9) return Refuse(RefusalRule::kMovieAtomTooSmall, moov);
     std::uint32_t cursor = 8;
     for (;;) {
         AtomHeader h;
-        if (Step(cursor, h) != StepResult::kGood) return false;
+        if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+            return RefuseStep(r, h, cursor, RefusalRule::kNoMvhd, moov);
         if (h.type == kMvhd) {
             mOut.mMvhd = AtomPtr::At(cursor);
             return true;
         }
-        if (h.next >= mTotal) return false;
+        if (h.next >= mTotal) return Refuse(RefusalRule::kNoMvhd, moov);
         cursor = h.next;
     }
 }
@@ -77,10 +119,12 @@ bool MovieAtomWalker::ReadEditList(std::uint32_t edts, TrackItem& item)
     const std::uint64_t elst = std::uint64_t{edts} + 8;
     std::uint32_t size = 0;
     std::int32_t count = 0;
-    if (!mReader.U32(elst, size) || !mReader.S32(elst + 12, count)) return false;
+    if (!mReader.U32(elst, size) || !mReader.S32(elst + 12, count))
+        return Refuse(RefusalRule::kEditListCut, Place{kEdts, edts});
     if (count <= 0) return true;
     // At 64 bits the product cannot wrap, so a count of 2^28 or more is refused.
-    if (std::uint64_t(count) * 8 > size) return false;
+    if (std::uint64_t(count) * 8 > size)
+        return Refuse(RefusalRule::kEditListTooLong, Place{mReader.U32Or(elst + 4), static_cast<std::uint32_t>(elst)});
     // The test above lets a list run past its atom; entries that would pass
     // the end of the copy are not listed, so no entry is read outside it.
     const std::uint64_t first = elst + 16;
@@ -108,14 +152,20 @@ bool MovieAtomWalker::WalkMedia(std::uint32_t mdia, TrackItem& item, std::uint32
 {
     // `mdhd`, `hdlr` and `minf`, in this order and with nothing between them.
     AtomHeader h;
+    const Place parent{kMdia, mdia};
     std::uint32_t at = mdia + 8;
-    if (Step(at, h) != StepResult::kGood || h.type != kMdhd) return false;
+    StepResult r = Step(at, h);
+    if (r != StepResult::kGood) return RefuseStep(r, h, at, RefusalRule::kMdiaNotLedByMdhd, parent);
+    if (h.type != kMdhd) return Refuse(RefusalRule::kMdiaNotLedByMdhd, Place{h.type, at});
     item.mMdhd = AtomPtr::At(at + 8);
     at = h.next;
-    if (Step(at, h) != StepResult::kGood || h.type != kHdlr) return false;
+    if ((r = Step(at, h)) != StepResult::kGood) return RefuseStep(r, h, at, RefusalRule::kNoHdlr, parent);
+    if (h.type != kHdlr) return Refuse(RefusalRule::kAtomBetweenMdhdAndHdlr, Place{h.type, at});
     item.mHdlr = AtomPtr::At(at + 8);
     at = h.next;
-    if (Step(at, h) != StepResult::kGood || h.type != kMinf) return false;
+    if ((r = Step(at, h)) != StepResult::kGood) return RefuseStep(r, h, at, RefusalRule::kNoMinf, parent);
+    if (h.type != kMinf) return Refuse(RefusalRule::kAtomBetweenHdlrAndMinf, Place{h.type, at});
+    mMinf = at;
     return WalkMediaInformation(at, h.next, item, cursor);
 }
 
@@ -123,14 +173,21 @@ bool MovieAtomWalker::WalkMediaInformation(std::uint32_t minf, std::uint32_t min
                                            std::uint32_t& cursor)
 {
     AtomHeader h;
+    const Place parent{kMinf, minf};
     cursor = minf + 8;
-    if (Step(cursor, h) != StepResult::kGood) return false;
+    if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+        return RefuseStep(r, h, cursor, RefusalRule::kMinfEmpty, parent);
     item.mMediaHeader = AtomPtr::At(cursor); // whatever its type
     cursor = h.next;
     while (cursor < minfEnd) {
-        if (Step(cursor, h) != StepResult::kGood) return false;
-        if (h.type == kDinf) item.mDinf = AtomPtr::At(cursor);
-        else if (h.type == kStbl && !WalkSampleTable(cursor, h.next, item)) return false;
+        if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+            return RefuseStep(r, h, cursor, RefusalRule::kMinfEndsInFragment, parent);
+        if (h.type == kDinf) {
+            item.mDinf = AtomPtr::At(cursor);
+        } else if (h.type == kStbl) {
+            mStbl = cursor;
+            if (!WalkSampleTable(cursor, h.next, item)) return false;
+        }
         cursor = h.next;
     }
     return true;
@@ -141,7 +198,11 @@ bool MovieAtomWalker::WalkSampleTable(std::uint32_t stbl, std::uint32_t stblEnd,
     std::uint32_t cursor = stbl + 8;
     for (;;) {
         AtomHeader h;
-        if (Step(cursor, h) != StepResult::kGood) return item.IsComplete();
+        if (const StepResult r = Step(cursor, h); r != StepResult::kGood) {
+            if (item.IsComplete()) return true;
+            return r == StepResult::kRefused ? RefuseStep(r, h, cursor, RefusalRule::kNone, Place{kStbl, stbl})
+                                             : RefuseIncomplete(item);
+        }
         if (AtomPtr* field = SampleTableField(item, h.type)) *field = AtomPtr::At(cursor);
         cursor = h.next;
         if (cursor >= stblEnd) return true;
@@ -154,34 +215,39 @@ bool MovieAtomWalker::WalkTracks()
     std::uint32_t cursor = 8;
     bool found = false;
     while (cursor < mTotal) {
-        if (Step(cursor, h) != StepResult::kGood) return false;
+        if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+            return RefuseStep(r, h, cursor, RefusalRule::kNoTrack, Place{kMoov, 0});
         if (h.type == kTrak) {
             found = true;
             break;
         }
         cursor = h.next;
     }
-    if (!found) return false;
-    cursor += 8;
+    if (!found) return Refuse(RefusalRule::kNoTrack, Place{kMoov, 0});
 
-    for (;;) {
+    for (mTrack = 0;; ++*mTrack) {
         TrackItem item;
+        const Place trak{kTrak, cursor};
+        mStbl.reset();
+        cursor += 8;
 
         // The track header, searched flat up to the end of the copy.
         for (;;) {
-            if (Step(cursor, h) != StepResult::kGood) return false;
+            if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+                return RefuseStep(r, h, cursor, RefusalRule::kNoTkhd, trak);
             cursor = h.next;
             if (h.type == kTkhd) {
                 item.mTkhd = AtomPtr::At(cursor - h.size + 8);
                 break;
             }
-            if (mTotal - cursor < kTrackRoom) return false;
+            if (mTotal - cursor < kTrackRoom) return Refuse(RefusalRule::kNoTkhd, trak);
         }
 
         // Up to `mdia`, entering `tapt` and the first `edts`.
         std::uint32_t mdia = 0;
         for (;;) {
-            if (Step(cursor, h) != StepResult::kGood) return false;
+            if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+                return RefuseStep(r, h, cursor, RefusalRule::kNoMdia, trak);
             if (h.type == kMdia) {
                 mdia = cursor;
                 break;
@@ -191,7 +257,8 @@ bool MovieAtomWalker::WalkTracks()
                 // Behind the edit list neither `tapt` nor another `edts` is entered.
                 cursor += 8;
                 for (;;) {
-                    if (Step(cursor, h) != StepResult::kGood) return false;
+                    if (const StepResult r = Step(cursor, h); r != StepResult::kGood)
+                        return RefuseStep(r, h, cursor, RefusalRule::kNoMdia, trak);
                     if (h.type == kMdia) break;
                     cursor = h.next;
                 }
@@ -203,7 +270,8 @@ bool MovieAtomWalker::WalkTracks()
         }
 
         if (!WalkMedia(mdia, item, cursor)) return false;
-        const bool complete = item.IsComplete();
+        // A track that is not complete refuses the movie, whatever follows it.
+        if (!item.IsComplete()) return RefuseIncomplete(item);
 
         // Atoms behind `minf`, up to the next `trak`: the track's user data.
         std::optional<std::uint32_t> nextTrak;
@@ -219,17 +287,15 @@ bool MovieAtomWalker::WalkTracks()
             cursor = h.next;
         }
 
-        if (complete) {
-            // Proven here once, so that the chunk offset reader made from the
-            // record reads them without a test. Only the counts are read.
-            item.mStcoEntries = mReader.Table<4>(item.mStco, 16, mReader.U32Or(item.mStco.Field(12)));
-            item.mCo64Entries = mReader.Table<8>(item.mCo64, 16, mReader.U32Or(item.mCo64.Field(12)));
-            mOut.mTracks.push_back(std::move(item));
-        }
-        if (!nextTrak) return complete;
-        cursor = *nextTrak + 8;
-        if (cursor > mTotal || mTotal - cursor < kTrackRoom) return complete;
-        if (!complete) return false;
+        // Proven here once, so that the chunk offset reader made from the
+        // record reads them without a test. Only the counts are read.
+        item.mStcoEntries = mReader.Table<4>(item.mStco, 16, mReader.U32Or(item.mStco.Field(12)));
+        item.mCo64Entries = mReader.Table<8>(item.mCo64, 16, mReader.U32Or(item.mCo64.Field(12)));
+        mOut.mTracks.push_back(std::move(item));
+        if (!nextTrak) return true;
+        // A last `trak` too short to hold an atom is no track.
+        if (*nextTrak + 8 > mTotal || mTotal - (*nextTrak + 8) < kTrackRoom) return true;
+        cursor = *nextTrak;
     }
 }
 

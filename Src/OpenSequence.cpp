@@ -8,19 +8,32 @@ namespace QT {
 namespace {
 
 // Walks the store's copy and, when it describes a movie, moves the walk's
-// records into the store.
-bool WalkMovieAtom(QTMooVAtom& store, std::uint32_t guard)
+// records into the store. A refusal's offset in the copy becomes one in the
+// file, the copy standing at `movieAtomOffset`.
+bool WalkMovieAtom(QTMooVAtom& store, std::uint32_t guard, std::uint64_t movieAtomOffset, RefusalPoint* refusal)
 {
     MovieAtomIndex index;
-    if (!MovieAtomWalker(store.Reader(), guard, index).WalkMovieAtom()) return false;
+    if (!MovieAtomWalker(store.Reader(), guard, index, refusal).WalkMovieAtom()) {
+        if (refusal && refusal->offset) *refusal->offset += movieAtomOffset;
+        return false;
+    }
     store.Adopt(index.mMvhd, std::move(index.mTracks), std::move(index.mUserData), std::move(index.mMetadata));
     return true;
+}
+
+void NoteRefusal(RefusalPoint* refusal, RefusalRule rule)
+{
+    if (refusal) {
+        *refusal = RefusalPoint();
+        refusal->rule = rule;
+    }
 }
 
 } // namespace
 
 ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, OpenedMovie& state,
-                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search)
+                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search,
+                         RefusalPoint* refusal)
 {
     Tessel::File file;
     auto local = MakeCounted<QTMovie>();
@@ -29,14 +42,18 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     state.mMovieAtomOffset = 0;
 
     if (file.Create(path, Tessel::kFileAccessRead, settings.shareMode, Tessel::kFileOpenExisting,
-                    Tessel::kFileAttributesNormal, false) < 0)
+                    Tessel::kFileAttributesNormal, false) < 0) {
+        NoteRefusal(refusal, RefusalRule::kCannotOpen);
         return kResultCannotOpen;
+    }
 
     ResultCode result = kResultNotAMovie;
     state.mFileSize = file.SizeOnDisk();
-    MovieAtomLoader loader(file, state.mFileSize);
-    if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
-        WalkMovieAtom(*state.mStore, settings.guard)) {
+    MovieAtomLoader loader(file, state.mFileSize, refusal);
+    if (state.mFileSize < 8) {
+        NoteRefusal(refusal, RefusalRule::kFileTooShort);
+    } else if (loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
+               WalkMovieAtom(*state.mStore, settings.guard, state.mMovieAtomOffset, refusal)) {
         local->SetStore(state.mStore);
         outMovie = HandOut<IQTMovie>(std::move(local));
         result = kResultSuccess;

@@ -9,6 +9,7 @@
 #include "Src/MovieAtomLoader.h"
 #include "Src/MovieAtomWalker.h"
 #include "Src/QTMooVAtom.h"
+#include "Src/Refusal.h"
 
 namespace QT {
 
@@ -39,8 +40,11 @@ struct OpenSettings {
 // Opens the movie at `path` into `state` and delivers it in `outMovie`, which
 // is written only on success, then runs `search` if one is given; its miss
 // does not change the result. 0, kResultNotAMovie or kResultCannotOpen; the
-// file is closed on return.
+// file is closed on return. A refused open notes in `refusal`, unless it is
+// null, the rule it stopped at, with the atom's offset in the file; an open
+// that succeeds leaves it as it was.
 ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, OpenedMovie& state,
-                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search = nullptr);
+                         Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search = nullptr,
+                         RefusalPoint* refusal = nullptr);
 
 } // namespace QT

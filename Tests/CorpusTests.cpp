@@ -1,6 +1,7 @@
 // Every real movie of the test data against an independent parser's reading.
 #include <gtest/gtest.h>
 
+#include "Inc/AtomscanInternal.h"
 #include "Src/QTTrack.h"
 #include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
@@ -36,13 +37,16 @@ TEST_P(CorpusFile, TracksMatchTheIndependentParser)
     const std::string name = GetParam();
     const nlohmann::json probe = Probe(name);
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    const QT::ResultCode code = QT::MakeParser()->OpenMovie(ToString16(CorpusMovie(name).string()), movie);
+    QT::internal::OpenRefusal refusal;
+    const QT::ResultCode code = QT::internal::OpenMovieExplained(ToString16(CorpusMovie(name).string()), movie, refusal);
     if (name == "damaged_truncated_in_moov") {
-        // The file ends inside its movie atom: the copy comes up short.
+        // The file ends inside its movie atom: the copy would come up short.
         EXPECT_EQ(code, QT::kResultNotAMovie);
+        EXPECT_TRUE(refusal.rule.starts_with("the movie atom runs ")) << refusal.rule;
         return;
     }
     ASSERT_EQ(code, QT::kResultSuccess);
+    EXPECT_EQ(refusal.rule, "");
     const auto& streams = probe.at("streams");
     ASSERT_EQ(movie->GetTrackCount(), streams.size());
     QT::QTRect expected;
