@@ -58,8 +58,13 @@ TEST(Info, JsonIsTheDump)
 TEST(Command, ExitCodesAndMessages)
 {
     TempFile text(Bytes(64, 'x'), "notes.txt");
+    std::uint64_t dinf = 0;
+    TempFile refused(RefusedMovie(dinf));
+    // The first "atom", `xxxx`, claims 0x78787878 bytes: the rule the library's open stopped at, after its verdict.
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
                       missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n",
+                      junkRule = "an atom runs 2021161016 bytes past the end of the file",
+                      explained = junk + ": not a movie that can be read: " + junkRule + " (xxxx at offset 0)\n",
                       fifo = text.Path().parent_path() / "pipe.mov";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     struct Case { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; };
@@ -67,11 +72,13 @@ TEST(Command, ExitCodesAndMessages)
         {{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
         {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
         {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
-        {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
-        {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
+        {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, explained},
+        {{"info", refused.Path()}, 1, refused.Path().string() + ": not a movie that can be read: minf does not "
+                                      "begin with its media header (track 1, dinf at offset " + std::to_string(dinf) + ")\n"},
+        {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, explained}, {{"fix", gone}, 1, missing},
         {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
         {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
-        {{"dump", junk}, 1, unreadable, "0xa0800001"}}; // `open`: the code in the dump
+        {{"dump", junk}, 1, explained, "0xa0800001"}}; // `open`: the code in the dump
     for (const std::string& path : {fifo, text.Path().parent_path().string(), std::string("/dev/null")})
         for (const std::string command : {"info", "dump", "refs", "fix"})
             cases.push_back(
@@ -82,8 +89,11 @@ TEST(Command, ExitCodesAndMessages)
         EXPECT_EQ(r.exitCode, c.exitCode);
         EXPECT_TRUE(r.err.starts_with("atomscan: ") && r.err.ends_with(c.errEnd) && r.err.find('\n') == r.err.size() - 1)
             << r.err;
-        const json failedDump = {{"path", c.open ? c.args[1] : ""}, {"open", c.open ? c.open : ""}, {"movie", nullptr},
-                                 {"tracks", json::array()}, {"references", nullptr}};
+        const bool notAMovie = c.open && c.open == std::string("0xa0800001");
+        const json refusal = {{"rule", notAMovie ? junkRule : "the file could not be opened"}, {"track", nullptr},
+                              {"atom", notAMovie ? json("xxxx") : json()}, {"offset", notAMovie ? json(0) : json()}};
+        const json failedDump = {{"path", c.open ? c.args[1] : ""}, {"open", c.open ? c.open : ""}, {"refused", refusal},
+                                 {"movie", nullptr}, {"tracks", json::array()}, {"references", nullptr}};
         EXPECT_EQ(r.out.empty() ? json() : ParseOut(r), c.open ? failedDump : json());
     }
 }

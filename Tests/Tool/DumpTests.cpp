@@ -15,7 +15,8 @@ namespace {
 // ns numbers, cc four-character code); `[x]` is a list of x, a longer array a fixed record;
 // `*` is any key; a key ending in `?` may be absent. An object or array may be null.
 // (No movie here has a timecode `hndl` reference, so `handleValue` shows its code alone.)
-const json kFormat = json::parse(R"({"path": "s", "open": "code", "movie": {"timeScale": "n", "duration": "n",
+const json kFormat = json::parse(R"({"path": "s", "open": "code", "refused?": {"rule": "s", "track": "n|null",
+  "atom": "cc|null", "offset": "n|null"}, "movie": {"timeScale": "n", "duration": "n",
   "posterTime": "n", "movieAtomSize": "n", "trackCount": "n", "bounds": "ns", "userData": [{"type": "cc", "data": "hex"}],
   "metadata": [{"key": "s", "dataType": "n", "alternative": "n", "value": "s|n"}]}, "references": {"video": {"*": "s"},
   "audio": {"*": "s"}, "timecode": {"*": "s"}, "valid": "b", "all": {"result": "b", "refs": [{"fullPath": "s",
@@ -118,8 +119,9 @@ TEST(DumpFormat, EveryKeyOfItsKindAndValues)
     badRefs.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
     MoviePlan empty; // an edit that shows no media keeps the library's media time, -1
     empty.tracks[0].edits = {{{600, 0xffffffff, 0x10000}}};
+    std::uint64_t dinf = 0;
     TempFile meta(MetadataMovie()), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs)),
-        emptyEdit(BuildMovieFile(empty));
+        emptyEdit(BuildMovieFile(empty)), refused(RefusedMovie(dinf));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
     const std::string clip = '"' + kClip + '"', take = '"' + kTake + '"', image = "/tracks/0/video/descriptions/0/";
     const auto corpus = [](const char* name) { return CorpusMovie(name).string(); };
@@ -151,7 +153,11 @@ TEST(DumpFormat, EveryKeyOfItsKindAndValues)
         {found.Path(), "/references/valid", "true"},
         {bad.Path(), "/references/all/result", "false"},
         {bad.Path(), "/tracks/0/externalReferences/result", "false"},
-        {emptyEdit.Path(), "/tracks/0/editMediaTime", "4294967295"}};
+        {emptyEdit.Path(), "/tracks/0/editMediaTime", "4294967295"},
+        // Where the library's walk stopped; the rest of the document is that of any failed open.
+        {refused.Path(), "", R"({"path": ")" + refused.Path().string() + R"(", "open": "0xa0800001", "refused": {"rule":
+            "minf does not begin with its media header", "track": 1, "atom": "dinf", "offset": )" + std::to_string(dinf) +
+            R"(}, "movie": null, "tracks": [], "references": null})"}};
     std::set<std::string> seen, all;
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.movie + c.pointer);

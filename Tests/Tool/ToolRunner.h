@@ -68,4 +68,20 @@ inline Bytes ReferenceMovie()
     return BuildMovieFile(plan);
 }
 
+// A movie of two tracks that the library refuses: the second track's `minf` begins with `dinf`, its media
+// header left out. The file offset of that `dinf`, found by its four characters, is in `outDinf`.
+inline Bytes RefusedMovie(std::uint64_t& outDinf)
+{
+    MoviePlan plan;
+    plan.tracks.resize(2);
+    Atom moov = BuildMoov(plan);
+    std::vector<Atom>& minf = moov.children.at(2).children.back().children.back().children; // trak, mdia, minf
+    minf.erase(minf.begin());
+    const Bytes movie = Concat({moov, Atom("mdat", Bytes(16))});
+    const std::string dinf = "dinf";
+    const auto first = std::search(movie.begin(), movie.end(), dinf.begin(), dinf.end());
+    outDinf = static_cast<std::uint64_t>(std::search(first + 1, movie.end(), dinf.begin(), dinf.end()) - movie.begin()) - 4;
+    return movie;
+}
+
 } // namespace tooltest

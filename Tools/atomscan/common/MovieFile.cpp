@@ -23,7 +23,7 @@ OpenedMovie OpenMovieFile(const std::string& path)
 {
     OpenedMovie opened;
     opened.absolutePath = AbsolutePath(path);
-    opened.code = QT::MakeParser()->OpenMovie(ToString16(path), opened.movie);
+    opened.code = QT::internal::OpenMovieExplained(ToString16(path), opened.movie, opened.refusal);
     if (opened.code != QT::kResultSuccess) opened.movie = {};
     return opened;
 }
@@ -35,6 +35,24 @@ std::string OpenFailureText(QT::ResultCode code)
     case QT::kResultNotAMovie: return "not a movie that can be read";
     default: return "cannot open the movie (" + CodeText(code) + ")";
     }
+}
+
+std::string OpenFailureText(QT::ResultCode code, const QT::internal::OpenRefusal& refusal)
+{
+    if (code != QT::kResultNotAMovie || refusal.rule.empty()) return OpenFailureText(code);
+    return OpenFailureText(code) + ": " + RefusalText(refusal);
+}
+
+std::string RefusalText(const QT::internal::OpenRefusal& refusal)
+{
+    std::string where;
+    if (refusal.track) where = "track " + std::to_string(*refusal.track);
+    if (refusal.atom || refusal.offset) {
+        if (!where.empty()) where += ", ";
+        if (refusal.atom) where += FourCCText(*refusal.atom) + (refusal.offset ? " " : "");
+        if (refusal.offset) where += "at offset " + std::to_string(*refusal.offset);
+    }
+    return where.empty() ? refusal.rule : refusal.rule + " (" + where + ")";
 }
 
 RegularFile::RegularFile(const std::string& path)

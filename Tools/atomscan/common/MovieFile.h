@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
 
@@ -15,9 +16,11 @@ namespace atomscan_tool {
 struct OpenedMovie {
     QT::ResultCode code = QT::kResultCannotOpen;
     Tessel::InterfaceRef<QT::IQTMovie> movie; // set when `code` is 0
+    QT::internal::OpenRefusal refusal;        // why the library refused the file, when it did
     std::string absolutePath;                 // the path made absolute
 };
 
+// Opens the movie as OpenMovie does, and learns why when it is refused.
 OpenedMovie OpenMovieFile(const std::string& path);
 
 // `path` made absolute (as given when that fails).
@@ -25,6 +28,12 @@ std::string AbsolutePath(const std::string& path);
 
 // What the library's result codes of an open mean, in a few words.
 std::string OpenFailureText(QT::ResultCode code);
+// The same, and for a file that is no movie the rule the open stopped at and
+// where: "not a movie that can be read: RULE (track 2, dinf at offset 1234)".
+std::string OpenFailureText(QT::ResultCode code, const QT::internal::OpenRefusal& refusal);
+// The rule and where: "RULE (track 2, dinf at offset 1234)", the parenthesis
+// naming only what the refusal holds.
+std::string RefusalText(const QT::internal::OpenRefusal& refusal);
 
 // A timecode sample is 4 or 8 bytes; a claimed size beyond this is not read.
 constexpr std::uint32_t kLargestTimecodeSample = 1 << 20;

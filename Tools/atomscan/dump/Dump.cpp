@@ -28,11 +28,31 @@ void WriteTracks(JsonWriter& w, QT::IQTMovie& movie, const DumpContext& context)
         });
 }
 
+// {"rule", "track", "atom", "offset"}: where the open stopped, null where it does not say.
+void WriteRefusal(JsonWriter& w, const QT::internal::OpenRefusal& refusal)
+{
+    w.BeginObject(true);
+    w.Key("rule");
+    w.String(refusal.rule);
+    w.Key("track");
+    if (refusal.track) w.UInt(*refusal.track);
+    else w.Null();
+    w.Key("atom");
+    if (refusal.atom) w.String(FourCCText(*refusal.atom));
+    else w.Null();
+    w.Key("offset");
+    if (refusal.offset) w.UInt(*refusal.offset);
+    else w.Null();
+    w.EndObject();
+}
+
 } // namespace
 
-QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options)
+QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options,
+                         QT::internal::OpenRefusal* outRefusal)
 {
     OpenedMovie opened = OpenMovieFile(path);
+    if (outRefusal) *outRefusal = opened.refusal;
     Tessel::InterfaceRef<QT::IQTMovie>& movie = opened.movie;
     const DumpContext context{options, opened.absolutePath, ToString16(opened.absolutePath)};
     w.BeginObject();
@@ -40,6 +60,10 @@ QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptio
     w.String(Bytes8Text(path));
     w.Key("open");
     w.String(CodeText(opened.code));
+    if (opened.code != QT::kResultSuccess) {
+        w.Key("refused");
+        WriteRefusal(w, opened.refusal);
+    }
     if (movie) {
         w.Key("movie");
         WriteMovieSection(w, *movie);

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/IQTMovie.h"
 #include "dump/DumpFields.h"
 #include "dump/DumpJson.h"
@@ -12,8 +13,10 @@
 namespace atomscan_tool {
 
 // Opens `path` and writes its document as the next value of `w`, which may
-// stand inside an array of documents; gives the open's result code.
-QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options);
+// stand inside an array of documents; gives the open's result code, and why
+// the file was refused in `outRefusal` unless it is null.
+QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options,
+                         QT::internal::OpenRefusal* outRefusal = nullptr);
 
 void WriteMovieSection(JsonWriter& w, QT::IQTMovie& movie);
 void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);

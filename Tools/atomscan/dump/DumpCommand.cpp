@@ -3,15 +3,19 @@
 
 #include "Commands.h"
 #include "common/MovieFile.h"
-#include "dump/DumpJson.h"
+#include "dump/Dump.h"
 
 namespace atomscan_tool {
 
 int RunDump(const std::string& path, const DumpOptions& options)
 {
-    const QT::ResultCode code = WriteDumpJson(path, options, stdout);
+    // As WriteDumpJson writes it, with the refusal kept for the error line.
+    JsonWriter w(stdout);
+    QT::internal::OpenRefusal refusal;
+    const QT::ResultCode code = WriteDump(w, path, options, &refusal);
+    w.Finish();
     if (code == QT::kResultSuccess) return kExitOk;
-    ReportError(path + ": " + OpenFailureText(code));
+    ReportError(path + ": " + OpenFailureText(code, refusal));
     return kExitFailed;
 }
 

@@ -97,7 +97,7 @@ bool PrintSummary(const std::string& path)
 {
     OpenedMovie opened = OpenMovieFile(path);
     if (!opened.movie) {
-        ReportError(path + ": " + OpenFailureText(opened.code));
+        ReportError(path + ": " + OpenFailureText(opened.code, opened.refusal));
         return false;
     }
     QT::IQTMovie& movie = *opened.movie;
@@ -126,9 +126,10 @@ int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions&
         JsonWriter w(stdout);
         if (paths.size() > 1) w.BeginArray();
         for (const std::string& path : paths) {
-            const QT::ResultCode code = WriteDump(w, path, options);
+            QT::internal::OpenRefusal refusal;
+            const QT::ResultCode code = WriteDump(w, path, options, &refusal);
             if (code != QT::kResultSuccess) {
-                ReportError(path + ": " + OpenFailureText(code));
+                ReportError(path + ": " + OpenFailureText(code, refusal));
                 status = kExitFailed;
             }
         }

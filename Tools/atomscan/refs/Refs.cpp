@@ -12,7 +12,7 @@ int RunRefs(const std::string& path)
 {
     OpenedMovie opened = OpenMovieFile(path);
     if (!opened.movie) {
-        ReportError(path + ": " + OpenFailureText(opened.code));
+        ReportError(path + ": " + OpenFailureText(opened.code, opened.refusal));
         return kExitFailed;
     }
     const ReferenceReport report = CheckReferences(opened.movie, opened.absolutePath);
