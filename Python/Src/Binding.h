@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "API/Inc/PeltBinaryData.h"
+#include "Inc/AtomscanInternal.h"
 #include "Inc/IAtomscan.h"
 #include "Inc/ExternalReferences.h"
 #include "Inc/IQTMovie.h"
@@ -30,22 +31,29 @@ enum class ErrorKind {
     kContract,   // ContractError: the library refused a call as misuse (a ValueError)
 };
 
-// A failure that reaches Python as an exception with the library's result code.
+// A failure that reaches Python as an exception with the library's result code
+// and, for a refused open, why the library refused the file.
 class LibraryError : public std::exception {
 public:
-    LibraryError(ErrorKind kind, std::uint32_t code, std::string message)
-        : mKind(kind), mCode(code), mMessage(std::move(message))
+    LibraryError(ErrorKind kind, std::uint32_t code, std::string message, QT::internal::OpenRefusal refusal = {})
+        : mKind(kind), mCode(code), mMessage(std::move(message)), mRefusal(std::move(refusal))
     {
     }
     const char* what() const noexcept override { return mMessage.c_str(); }
     ErrorKind Kind() const { return mKind; }
     std::uint32_t Code() const { return mCode; }
+    const QT::internal::OpenRefusal& Refusal() const { return mRefusal; }
 
 private:
     ErrorKind mKind;
     std::uint32_t mCode;
     std::string mMessage;
+    QT::internal::OpenRefusal mRefusal;
 };
+
+// The error of an open of `path` that gave `code`: OpenError or NotAMovieError,
+// naming the rule that the library's open stopped at.
+LibraryError OpenFailure(QT::ResultCode code, const std::string& path, const QT::internal::OpenRefusal& refusal);
 
 // Creates the exception classes in `m` and has pybind11 raise them for
 // LibraryError, vellum::config::Error and Tessel's exceptions.

@@ -27,10 +27,17 @@ py::object NewError(py::module_& m, const char* name, const char* doc, const py:
     return error;
 }
 
-void Raise(const py::object& cls, const std::string& message, const py::object& code)
+void Raise(const py::object& cls, const std::string& message, const py::object& code,
+           const QT::internal::OpenRefusal& refusal = {})
 {
     py::object error = cls(message);
     error.attr("code") = code;
+    if (!refusal.rule.empty() && cls.is(gErrors->notAMovie)) {
+        error.attr("rule") = refusal.rule;
+        if (refusal.track) error.attr("track") = *refusal.track;
+        if (refusal.atom) error.attr("atom") = FourCCText(*refusal.atom);
+        if (refusal.offset) error.attr("offset") = *refusal.offset;
+    }
     PyErr_SetObject(cls.ptr(), error.ptr());
 }
 
@@ -59,9 +66,10 @@ std::shared_ptr<MovieObject> Open(const py::object& path)
     const std::string absolute = atomscan_tool::AbsolutePath(object->path->utf8);
     object->absolutePath = std::make_shared<const PathArgument>(
         PathArgument{absolute, vellum::utility::UTF8to16(absolute, nullptr, nullptr)});
+    QT::internal::OpenRefusal refusal;
     const QT::ResultCode code = Unlocked([&] {
         Tessel::InterfaceRef<QT::IQTMovie> movie;
-        const QT::ResultCode rc = QT::MakeParser()->OpenMovie(object->path->text16, movie);
+        const QT::ResultCode rc = QT::internal::OpenMovieExplained(object->path->text16, movie, refusal);
         if (rc != QT::kResultSuccess) return rc;
         const std::uint32_t count = movie->GetTrackCount();
         for (std::uint32_t i = 0; i < count; ++i) {
@@ -74,13 +82,17 @@ std::shared_ptr<MovieObject> Open(const py::object& path)
         object->movie = movie;
         return rc;
     });
-    if (code != QT::kResultSuccess)
-        throw LibraryError(code == QT::kResultCannotOpen ? ErrorKind::kOpen : ErrorKind::kNotAMovie, code,
-                           object->path->utf8 + ": " + atomscan_tool::OpenFailureText(code));
+    if (code != QT::kResultSuccess) throw OpenFailure(code, object->path->utf8, refusal);
     return object;
 }
 
 } // namespace
+
+LibraryError OpenFailure(QT::ResultCode code, const std::string& path, const QT::internal::OpenRefusal& refusal)
+{
+    return LibraryError(code == QT::kResultCannotOpen ? ErrorKind::kOpen : ErrorKind::kNotAMovie, code,
+                        path + ": " + atomscan_tool::OpenFailureText(code, refusal), refusal);
+}
 
 void RegisterErrors(py::module_& m)
 {
@@ -91,8 +103,13 @@ void RegisterErrors(py::module_& m)
     gErrors->base.attr("code") = py::none();
     gErrors->open = NewError(m, "OpenError", "The file could not be opened (code 0xa0800004).",
                              py::make_tuple(gErrors->base, py::handle(PyExc_OSError)));
-    gErrors->notAMovie = NewError(m, "NotAMovieError", "The file is no movie that can be read (code 0xa0800001).",
+    gErrors->notAMovie = NewError(m, "NotAMovieError",
+                                  "The file is no movie that can be read (code 0xa0800001). `rule` tells why,\n"
+                                  "as the library's open found it; `track` (0-based), `atom` (four characters)\n"
+                                  "and `offset` (the atom's file offset) say where. Each is None where it\n"
+                                  "does not apply.",
                                   py::make_tuple(gErrors->base, py::handle(PyExc_ValueError)));
+    for (const char* name : {"rule", "track", "atom", "offset"}) gErrors->notAMovie.attr(name) = py::none();
     gErrors->table = NewError(m, "TableError",
                               "A table could not be built from the movie's sample tables; `code` tells why.",
                               py::make_tuple(gErrors->base, py::handle(PyExc_ValueError)));
@@ -104,7 +121,7 @@ void RegisterErrors(py::module_& m)
         try {
             if (error) std::rethrow_exception(error);
         } catch (const LibraryError& e) {
-            Raise(ErrorClass(e.Kind()), e.what(), py::int_(e.Code()));
+            Raise(ErrorClass(e.Kind()), e.what(), py::int_(e.Code()), e.Refusal());
         } catch (const vellum::config::Error& e) {
             Raise(gErrors->contract, "contract failure in " + e.Function() + ": " + e.Condition(), py::none());
         } catch (const Tessel::Exception& e) {

@@ -63,10 +63,10 @@ std::uint64_t BigEndian(const std::vector<std::uint8_t>& bytes, std::size_t at, 
 MovieAtomPlace FindMovieAtom(const std::string& path)
 {
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    const QT::ResultCode rc = QT::MakeParser()->OpenMovie(vellum::utility::UTF8to16(path, nullptr, nullptr), movie);
-    if (rc != QT::kResultSuccess)
-        throw LibraryError(rc == QT::kResultCannotOpen ? ErrorKind::kOpen : ErrorKind::kNotAMovie, rc,
-                           path + ": " + atomscan_tool::OpenFailureText(rc));
+    QT::internal::OpenRefusal refusal;
+    const QT::ResultCode rc =
+        QT::internal::OpenMovieExplained(vellum::utility::UTF8to16(path, nullptr, nullptr), movie, refusal);
+    if (rc != QT::kResultSuccess) throw OpenFailure(rc, path, refusal);
     const atomscan_tool::RegularFile file(path);
     for (std::uint64_t at = 0; file.IsOpen() && file.Size() - at >= 8;) {
         const auto head = file.Read(at, file.Size() - at >= 16 ? 16 : 8);

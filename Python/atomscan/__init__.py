@@ -50,6 +50,6 @@ def dump(path, tables=True):
     A dict with the command's keys (path, open, movie, tracks, references; see the
     command's documentation), made by the same code. Without `tables` the per-sample
     tables are None. A file that does not open gives no exception: its document has
-    the result code in "open", "movie" None and, for a refused movie, "refused".
+    the result code in "open", why the library refused it in "refused", and "movie" None.
     """
     return _json.loads(_dump_json(path, tables)[1])

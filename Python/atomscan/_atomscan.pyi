@@ -18,7 +18,12 @@ class Error(Exception):
     code: Optional[int]
 
 class OpenError(Error, OSError): ...
-class NotAMovieError(Error, ValueError): ...
+class NotAMovieError(Error, ValueError):
+    rule: Optional[str]
+    track: Optional[int]
+    atom: Optional[str]
+    offset: Optional[int]
+
 class TableError(Error, ValueError): ...
 class ContractError(Error, ValueError): ...
 

@@ -21,6 +21,17 @@ def _closed():
     return movie
 
 
+# A real movie whose first track's `hdlr` is renamed `free`: an atom then stands between `mdhd` and `hdlr`.
+_RENAMED = (CORPUS / "short_1s.mov").read_bytes()
+_HDLR_OFFSET = _RENAMED.index(b"hdlr") - 4
+
+
+def _renamed_hdlr(tmp):
+    path = tmp / "renamed.mov"
+    path.write_bytes(_RENAMED.replace(b"hdlr", b"free", 1))
+    return path
+
+
 @pytest.mark.parametrize("name", ["plain.mov", "café 映画 🎬.mov", "spaces and 'quotes'.mov"])
 @pytest.mark.parametrize("form", [str, pathlib.Path, os.fsencode])
 def test_any_unicode_path_opens(tmp_path, name, form):
@@ -32,7 +43,8 @@ def test_any_unicode_path_opens(tmp_path, name, form):
     assert movie.closed
 
 
-# What to call -> the exception it raises, and the result code that it carries.
+# What to call -> the exception it raises, the result code that it carries and, for a file that is no
+# movie, where the library's open stopped (attributes of the exception; the rule is named in its message).
 REFUSED = [
     ("missing file", lambda tmp: atomscan.open(tmp / "missing.mov"), atomscan.OpenError, 0xA0800004),
     ("directory", lambda tmp: atomscan.open(tmp), atomscan.OpenError, 0xA0800004),
@@ -41,6 +53,8 @@ REFUSED = [
     ("not a movie", lambda tmp: atomscan.open(CORPUS / "corpus.json"), atomscan.NotAMovieError, 0xA0800001),
     ("movie atom cut short", lambda tmp: atomscan.open(CORPUS / "damaged_truncated_in_moov.mov"),
      atomscan.NotAMovieError, 0xA0800001),
+    ("atom between mdhd and hdlr", lambda tmp: atomscan.open(_renamed_hdlr(tmp)), atomscan.NotAMovieError, 0xA0800001,
+     {"rule": "an atom stands between mdhd and hdlr", "track": 0, "atom": "free", "offset": _HDLR_OFFSET}),
     ("fix a missing file", lambda tmp: atomscan.fix(tmp / "missing.mov", dry_run=True), atomscan.OpenError,
      0xA0800004),
     ("fix no movie", lambda tmp: atomscan.fix(CORPUS / "corpus.json"), atomscan.NotAMovieError, 0xA0800001),
@@ -64,12 +78,16 @@ REFUSED = [
 ]
 
 
-@pytest.mark.parametrize("call, error, code", [r[1:] for r in REFUSED], ids=[r[0] for r in REFUSED])
-def test_refusals_raise(tmp_path, call, error, code):
+@pytest.mark.parametrize("call, error, code, where", [(*r[1:4], r[4] if len(r) > 4 else {}) for r in REFUSED],
+                         ids=[r[0] for r in REFUSED])
+def test_refusals_raise(tmp_path, call, error, code, where):
     with pytest.raises(error) as raised:
         call(tmp_path)
     if issubclass(error, atomscan.Error):
         assert raised.value.code == code
+    if error is atomscan.NotAMovieError:
+        assert raised.value.rule and "can be read: " + raised.value.rule in str(raised.value)
+        assert {key: getattr(raised.value, key) for key in where} == where
     if error is atomscan.OpenError:
         assert isinstance(raised.value, OSError)
     if error in (atomscan.NotAMovieError, atomscan.TableError, atomscan.ContractError):
