@@ -53,6 +53,7 @@ TEST(Command, ExitCodesAndMessages)
 {
     TempFile text(Bytes(64, 'x'), "notes.txt");
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
+                      scanUsage = " (see atomscan scan --help)\n",
                       missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n";
     const struct { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; }
         kCases[] = {{{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
@@ -62,7 +63,11 @@ TEST(Command, ExitCodesAndMessages)
                     {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
                     {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
                     {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
-                    {{"dump", junk}, 1, unreadable, "0xa0800001"}}; // `open`: the code in the dump
+                    {{"dump", junk}, 1, unreadable, "0xa0800001"}, // `open`: the code in the dump
+                    // scan: 1 for a usage error as for a path that does not exist
+                    {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage},
+                    {{"scan", "--fail-on", "broken", junk}, 1, scanUsage},
+                    {{"scan", gone}, 1, gone + ": No such file or directory\n"}};
     for (const auto& c : kCases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
         const ToolResult r = RunTool(c.args);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,7 +25,8 @@ struct ToolResult {
 };
 
 // Output goes to files, so neither stream can fill a pipe and stall the program.
-inline ToolResult RunTool(std::vector<std::string> args)
+// With `runAs` the program runs as that user (the caller being root).
+inline ToolResult RunTool(std::vector<std::string> args, int runAs = -1)
 {
     const TempFile out({}, "out"), err({}, "err");
     args.insert(args.begin(), ATOMSCAN_TOOL);
@@ -35,6 +37,7 @@ inline ToolResult RunTool(std::vector<std::string> args)
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
         ::dup2(::open(err.Path().c_str(), O_WRONLY), 2);
+        if (runAs >= 0 && (::setgroups(0, nullptr) != 0 || ::setgid(runAs) != 0 || ::setuid(runAs) != 0)) ::_exit(126);
         ::execv(argv[0], argv.data());
         ::_exit(127);
     }

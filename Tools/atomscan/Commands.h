@@ -13,6 +13,20 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
+// `scan` has statuses of its own: 1 for a usage error or when no path given
+// exists, 2 when --fail-on names a finding that was found.
+constexpr int kScanExitNoPath = 1;
+constexpr int kScanExitUsage = 1;
+constexpr int kScanExitFound = 2;
+
+struct ScanOptions {
+    std::vector<std::string> paths;
+    bool json = false;
+    unsigned jobs = 1;                    // files examined at once
+    bool failOnMissingReferences = false; // --fail-on missing-refs
+    bool failOnDamaged = false;           // --fail-on damaged
+};
+
 // A readable summary of each movie, or with `json` its dump (an array of
 // dumps for several movies). 1 when a movie did not open.
 int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions& options);
@@ -23,6 +37,9 @@ int RunRefs(const std::string& path);
 // Mends damaged chunk offsets, or with `dryRun` shows on a temporary copy
 // what would change. 1 when the movie does not open or cannot be written.
 int RunFix(const std::string& path, bool dryRun);
+
+// Every file under the paths, a line each (a table, or JSON Lines), then a summary.
+int RunScan(const ScanOptions& options);
 
 // One line on standard error: "atomscan: " and the message.
 void ReportError(const std::string& message);
