@@ -30,7 +30,8 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> EntryRanges(const QT::Strin
     Tessel::InterfaceRef<QT::IQTMovie> movie;
     if (QT::OpenMovieFile(path, QT::OpenSettings{1, QT::kFixerGuard}, state, movie) != QT::kResultSuccess) return ranges;
     const QT::AtomReader reader = state.mStore->Reader();
-    for (const QT::TrackItem& item : state.mIndex.mTracks) {
+    for (std::uint32_t i = 0; i < state.mStore->GetTrackCount(); ++i) {
+        const QT::TrackItem& item = state.mStore->GetTrackItem(i);
         for (const auto& [table, width] : {std::pair{item.mStco, 4u}, std::pair{item.mCo64, 8u}}) {
             if (!table) continue;
             const std::uint64_t first = table.Field(16);

@@ -8,8 +8,7 @@ StepResult StepAtom(const AtomReader& reader, std::uint32_t offset, std::uint32_
     if (offset > limit || limit - offset < guard) return StepResult::kNoRoom;
     // The guard is at least 8, so both fields lie before `limit`; the reader
     // still refuses them if `limit` itself passes the end of the copy.
-    if (!reader.U32(offset, out.size) || !reader.U32(std::uint64_t{offset} + 4, out.type))
-        return StepResult::kNoRoom;
+    if (!ReadAtomHead(reader, offset, out)) return StepResult::kNoRoom;
     const std::uint64_t next = std::uint64_t{offset} + out.size;
     if (out.size == 0 || next > limit) return StepResult::kRefused;
     out.next = static_cast<std::uint32_t>(next);

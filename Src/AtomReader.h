@@ -156,6 +156,13 @@ struct AtomHeader {
     std::uint32_t next = 0; // offset + size; valid only for a good step
 };
 
+// The head that every atom opens with, in the copy or in the file: size and
+// type, big-endian. False when the 8 bytes at `offset` are not all there.
+[[nodiscard]] inline bool ReadAtomHead(const AtomReader& reader, std::uint64_t offset, AtomHeader& out) noexcept
+{
+    return reader.U32(offset, out.size) && reader.U32(offset + 4, out.type);
+}
+
 enum class StepResult {
     kNoRoom,  // fewer than `guard` bytes before `limit`: nothing was read
     kRefused, // size 0, or the atom runs beyond `limit`: size and type were read

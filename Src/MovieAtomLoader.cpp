@@ -2,39 +2,32 @@
 
 #include <limits>
 
+#include "Src/AtomReader.h"
 #include "Src/QTMooVAtom.h"
 
 namespace QT {
-
-namespace {
-
-std::uint32_t BigEndian32(const std::uint8_t* p)
-{
-    return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
-}
-
-} // namespace
 
 bool MovieAtomLoader::ReadAtomHeader(FileAtom& out)
 {
     std::int64_t start = 0;
     if (mFile.GetFilePointer(start) < 0) return false;
-    std::uint8_t header[8];
+    // The head as in the copy, then the 64-bit size where size 1 announces it.
+    std::uint8_t bytes[16] = {};
+    const AtomReader header(bytes, sizeof bytes);
+    AtomHeader head;
     std::uint32_t got = 0;
-    if (mFile.Read(header, 8, got) < 0 || got != 8) return false;
-    const std::uint32_t size32 = BigEndian32(header);
-    std::uint64_t size = size32;
-    if (size32 == 0) {
+    if (mFile.Read(bytes, 8, got) < 0 || got != 8 || !ReadAtomHead(header, 0, head)) return false;
+    std::uint64_t size = head.size;
+    if (head.size == 0) {
         // Runs to the end of the file.
         if (start < 0 || static_cast<std::uint64_t>(start) >= mFileSize) return false;
         size = mFileSize - static_cast<std::uint64_t>(start);
-    } else if (size32 == 1) {
-        std::uint8_t wide[8];
-        if (mFile.Read(wide, 8, got) < 0 || got != 8) return false;
-        const std::uint64_t size64 = (std::uint64_t{BigEndian32(wide)} << 32) | BigEndian32(wide + 4);
+    } else if (head.size == 1) {
+        std::uint64_t size64 = 0;
+        if (mFile.Read(bytes + 8, 8, got) < 0 || got != 8 || !header.U64(8, size64)) return false;
         if (static_cast<std::int64_t>(size64) < 8) return false; // negative or below 8
         size = size64;
-    } else if (size32 < 8) {
+    } else if (head.size < 8) {
         return false;
     }
     // Seek behind the atom before the type is looked at; refuse a sum that
@@ -44,7 +37,7 @@ bool MovieAtomLoader::ReadAtomHeader(FileAtom& out)
     if (mFile.SetFilePointer(start + static_cast<std::int64_t>(size), Tessel::kFromStart) < 0) return false;
     out.start = start;
     out.size = size;
-    out.type = BigEndian32(header + 4);
+    out.type = head.type;
     return true;
 }
 

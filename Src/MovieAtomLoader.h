@@ -9,6 +9,8 @@ namespace QT {
 
 class QTMooVAtom;
 
+// The sizes a movie atom may have, header included: what is loaded, and
+// what the search of the file's top level accepts.
 constexpr std::uint32_t kMinMovieAtomSize = 9;
 constexpr std::uint32_t kMaxMovieAtomSize = 0x8000000; // 128 MiB
 

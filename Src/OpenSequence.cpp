@@ -12,12 +12,14 @@ constexpr int kAccessRead = 1;
 constexpr int kOpenExisting = 8;
 constexpr int kAttributesNormal = 1;
 
-bool WalkMovieAtom(OpenedMovie& state, std::uint32_t guard)
+// Walks the store's copy and, when it describes a movie, moves the walk's
+// records into the store.
+bool WalkMovieAtom(QTMooVAtom& store, std::uint32_t guard)
 {
-    const AtomReader reader = state.mStore->Reader();
-    return MovieAtomWalker(AtomReader(reader.Bytes(0, state.mMovieAtomSize), state.mMovieAtomSize), guard,
-                           state.mIndex)
-        .WalkMovieAtom();
+    MovieAtomIndex index;
+    if (!MovieAtomWalker(store.Reader(), guard, index).WalkMovieAtom()) return false;
+    store.Adopt(index.mMvhd, std::move(index.mTracks), std::move(index.mUserData), std::move(index.mMetadata));
+    return true;
 }
 
 } // namespace
@@ -29,7 +31,6 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
     local->AddRef();
     state.mStore = CountedPtr<QTMooVAtom>(new QTMooVAtom());
-    state.mIndex = MovieAtomIndex();
     state.mMovieAtomSize = 0;
     state.mMovieAtomOffset = 0;
 
@@ -40,10 +41,8 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     state.mFileSize = file.SizeOnDisk();
     MovieAtomLoader loader(file, state.mFileSize);
     if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
-        WalkMovieAtom(state, settings.guard)) {
-        const MovieAtomIndex& index = state.mIndex;
+        WalkMovieAtom(*state.mStore, settings.guard)) {
         state.mStore->SetFileSize(state.mFileSize);
-        state.mStore->Adopt(index.mMvhd, index.mTracks, index.mUserData, index.mMetadata);
         if (!local) throw Tessel::NullInterfaceException();
         local->SetStore(state.mStore);
         outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);

@@ -13,14 +13,13 @@
 namespace QT {
 
 // What an open leaves in its owner. Each open replaces all of it, so a
-// second open never sees the records of the first, which point into the
-// earlier store.
+// second open never sees the records of the first. The walk's records move
+// into the store when it succeeds; a failed open leaves an empty store.
 struct OpenedMovie {
     std::uint64_t mFileSize = 0;
     std::uint64_t mMovieAtomOffset = 0; // file offset of the `moov` header; the repair object's
     CountedPtr<QTMooVAtom> mStore;
     std::uint32_t mMovieAtomSize = 0;
-    MovieAtomIndex mIndex; // the walk's working results, copied into the store when it succeeds
 };
 
 // A search of the file's top level for an atom of `type`, run on the still

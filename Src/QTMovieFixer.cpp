@@ -1,6 +1,6 @@
 #include "Src/QTMovieFixer.h"
 
-#include "Inc/QTTrack.h"
+#include "Src/SampleTableCursors.h"
 
 namespace QT {
 
@@ -13,32 +13,33 @@ constexpr int kShareReadWrite = 3;
 constexpr int kOpenExisting = 8;
 constexpr int kAttributesNormal = 1;
 
-// The chunk offset table of the track being mended, for one repair: `co64`
-// when the track has one, else `stco`. Entries are read from the copy of the
+// The chunk offset table of the track being mended, for one repair, read
+// through the track's ChunkOffsetHelper. Entries are read from the copy of the
 // movie atom and written to the file; the copy never changes, so every read
 // gives the value that the file held at the open.
 class ChunkOffsetHelperPrivate {
 public:
     ChunkOffsetHelperPrivate(const TrackItem& trackItem, const AtomReader& atomData)
-        : mTrackItem(&trackItem), mIsCo64(static_cast<bool>(trackItem.mCo64)), mNumEntries(0), mAtomData(&atomData)
+        : mEntries(trackItem, atomData), mTable(mEntries.IsWide() ? trackItem.mCo64 : trackItem.mStco), mNumEntries(0)
     {
         // A count whose entries would run past the table's atom (or the copy)
         // says the table itself is broken, which is not the damage mended
         // here: such a table is left alone.
-        const AtomPtr table = Table();
         std::uint32_t atomSize = 0, count = 0;
-        if (!atomData.U32(table.Field(0), atomSize) || !atomData.U32(table.Field(12), count)) return;
-        const std::uint64_t used = 16 + std::uint64_t{count} * Width();
-        if (used <= atomSize && atomData.Has(table.Offset(), used)) mNumEntries = count;
+        if (atomData.U32(mTable.Field(0), atomSize) && atomData.U32(mTable.Field(12), count) &&
+            count == mEntries.NumEntries() && 16 + std::uint64_t{count} * Width() <= atomSize)
+            mNumEntries = count;
     }
 
     std::uint32_t NumEntries() const { return mNumEntries; }
+    bool IsWide() const { return mEntries.IsWide(); }
+    // Offset in the copy of entry 0.
+    std::uint64_t EntriesOffset() const { return EntryOffset(0); }
 
     std::uint64_t GetEntry(std::uint32_t entryIdx) const
     {
         VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::`anonymous-namespace'::ChunkOffsetHelperPrivate::GetEntry");
-        const std::uint64_t at = EntryOffset(entryIdx);
-        return mIsCo64 ? mAtomData->U64Or(at) : mAtomData->U32Or(at);
+        return mEntries.GetEntry(entryIdx);
     }
 
     // Writes the entry, big-endian and as wide as the table's entries, at its
@@ -66,17 +67,15 @@ public:
     }
 
 private:
-    AtomPtr Table() const { return mIsCo64 ? mTrackItem->mCo64 : mTrackItem->mStco; }
-    std::uint32_t Width() const { return mIsCo64 ? 8 : 4; }
+    std::uint32_t Width() const { return IsWide() ? 8 : 4; }
     std::uint64_t EntryOffset(std::uint32_t entryIdx) const
     {
-        return Table().Field(16 + std::uint64_t{entryIdx} * Width());
+        return mTable.Field(16 + std::uint64_t{entryIdx} * Width());
     }
 
-    const TrackItem* mTrackItem;
-    bool mIsCo64;
+    const ChunkOffsetHelper mEntries;
+    const AtomPtr mTable; // the `co64` or `stco` atom that mEntries reads
     std::uint32_t mNumEntries;
-    const AtomReader* mAtomData;
 };
 
 // A damaged entry with its high-order bytes cleared, one byte at a time from
@@ -114,17 +113,19 @@ std::optional<std::uint32_t> QTMovieFixer::FindEnabledVideoTrack(IQTMovie& movie
     return std::nullopt;
 }
 
-ResultCode QTMovieFixer::FixMovie(String16 path)
+ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace* outPlace)
 {
     Tessel::InterfaceRef<IQTMovie> movie;
     static_cast<void>(OpenMovie(path, movie));
     if (!movie) return kResultSuccess;
     const std::optional<std::uint32_t> chosen = FindEnabledVideoTrack(*movie);
-    if (!chosen || *chosen >= mOpen.mIndex.mTracks.size()) return kResultSuccess;
+    if (!chosen) return kResultSuccess;
 
-    const AtomReader atomData = mOpen.mStore->Reader();
-    const ChunkOffsetHelperPrivate table(mOpen.mIndex.mTracks[*chosen], atomData);
+    const ChunkOffsetHelperPrivate table(mOpen.mStore->GetTrackItem(*chosen), mOpen.mStore->Reader());
     const std::uint32_t numEntries = table.NumEntries();
+    if (outPlace) {
+        *outPlace = {true, *chosen, table.IsWide(), mOpen.mMovieAtomOffset + table.EntriesOffset(), numEntries};
+    }
     // An entry is damaged when it lies beyond the end of the file (one equal
     // to the size is sound). The last entry has no next one to be judged by,
     // so it is never mended.
@@ -142,5 +143,16 @@ Tessel::InterfaceRef<IQTMovieFixer> MakeFixer()
     local->AddRef();
     return HandOut<IQTMovieFixer>(local, kIID_IQTMovieFixer);
 }
+
+namespace internal {
+
+ResultCode FixMovieAndLocate(const String16& path, RepairTablePlace& outPlace)
+{
+    outPlace = RepairTablePlace();
+    auto fixer = Tessel::InterfaceRef<QTMovieFixer>(new QTMovieFixer());
+    return fixer->Repair(path, &outPlace);
+}
+
+} // namespace internal
 
 } // namespace QT

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/IQTMovie.h"
 #include "Inc/IQTMovieFixer.h"
 #include "Src/CountedObject.h"
@@ -25,7 +26,11 @@ public:
     ResultCode QueryInterface(const TesselIID& id, void** out) override;
     TesselUnknown* GetSelf() override { return this; }
 
-    ResultCode FixMovie(String16 path) override;
+    ResultCode FixMovie(String16 path) override { return Repair(path, nullptr); }
+
+    // The repair of FixMovie; tells in `outPlace`, unless it is null, where the
+    // table it examined lies.
+    ResultCode Repair(const String16& path, internal::RepairTablePlace* outPlace);
 
     virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/IQTMovieFixer.h"
 #include "Tests/Support/Open.h"
 #include "Tests/Support/Corpus.h"
@@ -120,6 +121,39 @@ TEST(FixMovie, MendsOnlyDamagedEntries)
     const fs::path gone = TempFile(Bytes{}).Path();
     EXPECT_EQ(QT::MakeFixer()->FixMovie(ToString16(gone.string())), QT::kResultSuccess);
     EXPECT_FALSE(fs::exists(gone)); // a missing file is not made
+}
+
+// The entries at the place told, before and after the repair.
+TEST(FixMovie, TellsWhereTheExaminedTableLies)
+{
+    const Offsets mine = {0x100, 0x05000200, 0x300, 0x400}, mended = {0x100, 0x200, 0x300, 0x400};
+    const std::tuple<const char*, Bytes, bool, std::uint32_t, bool, std::uint32_t> cases[] = {
+        {"stco", Sized({Track("vide", mine)}), true, 0, false, 4},
+        {"co64 of the first enabled video track",
+         Sized({Track("soun", kDamaged), Track("vide", kDamaged, false, 0), Track("vide", mine, true)}), true, 2, true,
+         4},
+        {"a movie the parser refuses", WithMvhdLast(mine), true, 0, false, 4},
+        {"a count past the table's atom", WithCount(4)(kDamaged), true, 0, false, 0},
+        {"no video track", Sized({Track("soun", mine)}), false, 0, false, 0},
+        {"no movie", Bytes(64, 0), false, 0, false, 0},
+    };
+    for (const auto& [name, bytes, found, track, wide, count] : cases) {
+        SCOPED_TRACE(name);
+        TempFile file(bytes);
+        QT::internal::RepairTablePlace place;
+        place.count = 99;
+        EXPECT_EQ(QT::internal::FixMovieAndLocate(file.Path16(), place), QT::kResultSuccess);
+        EXPECT_EQ(std::tuple(place.found, place.track, place.wide, place.count), std::tuple(found, track, wide, count));
+        if (count == 0) continue;
+        const std::uint32_t width = wide ? 8 : 4;
+        const auto entries = [&](const Bytes& b) {
+            Offsets v(4);
+            for (std::uint32_t i = 0; i < 4 * width; ++i) v[i / width] = v[i / width] << 8 | b.at(place.entriesOffset + i);
+            return v;
+        };
+        EXPECT_EQ(entries(bytes), mine);
+        EXPECT_EQ(entries(file.Read()), mended);
+    }
 }
 
 TEST(FixMovieCorpus, FaultyWriterDamageIsUndoneExactly)

@@ -116,7 +116,10 @@ TEST(DumpFormat, EveryKeyOfItsKindAndValues)
 {
     MoviePlan badRefs; // the count claims a second reference that `dref` does not hold
     badRefs.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    TempFile meta(MetadataMovie()), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs));
+    MoviePlan empty; // an edit that shows no media keeps the library's media time, -1
+    empty.tracks[0].edits = {{{600, 0xffffffff, 0x10000}}};
+    TempFile meta(MetadataMovie()), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs)),
+        emptyEdit(BuildMovieFile(empty));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
     const std::string clip = '"' + kClip + '"', take = '"' + kTake + '"', image = "/tracks/0/video/descriptions/0/";
     const auto corpus = [](const char* name) { return CorpusMovie(name).string(); };
@@ -147,7 +150,8 @@ TEST(DumpFormat, EveryKeyOfItsKindAndValues)
             R"(, "fileName": "take.wav", "directoryName": ""}]}})"},
         {found.Path(), "/references/valid", "true"},
         {bad.Path(), "/references/all/result", "false"},
-        {bad.Path(), "/tracks/0/externalReferences/result", "false"}};
+        {bad.Path(), "/tracks/0/externalReferences/result", "false"},
+        {emptyEdit.Path(), "/tracks/0/editMediaTime", "4294967295"}};
     std::set<std::string> seen, all;
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.movie + c.pointer);

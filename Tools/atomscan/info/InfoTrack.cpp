@@ -52,11 +52,15 @@ std::string UserDataPreview(std::uint32_t type, const Pelt::BinaryData& data)
 
 namespace {
 
+// The media time of an edit that shows no media (-1 as the library gives it).
+constexpr std::uint32_t kEmptyEditMediaTime = 0xFFFFFFFF;
+
 std::string EditText(QT::IQTTrack& track, std::uint32_t movieTimeScale)
 {
     if (!track.HasSimpleEditList(false))
         return "several edits over " + ClockText(track.GetTrackDuration(), movieTimeScale);
     const std::string length = ClockText(track.GetEditDuration(), movieTimeScale);
+    if (track.GetEditMediaTime() == kEmptyEditMediaTime) return "empty for " + length;
     std::string text = "from " + ClockText(track.GetEditMediaTime(), track.GetMediaTimeScale()) + " for " + length;
     if (!track.HasSimpleEditList(true)) text += ", rate not 1";
     if (track.IsTrackTrimmed()) text += ", trimmed";

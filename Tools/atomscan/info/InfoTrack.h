@@ -40,7 +40,7 @@ struct TrackSummary {
     std::optional<std::uint64_t> frames; // frames (sound: sample frames) the edit shows
     std::optional<double> rate;          // frames a second
     bool dropFrame = false;              // the rate is counted in drop frame
-    std::string edit;                    // where the edit starts in the media and how long it lasts
+    std::string edit;                    // where the edit starts in the media (or that it is empty) and how long it lasts
 };
 
 // `moviePath`: the movie's file, for the two places where a host reads it.
