@@ -34,9 +34,16 @@ int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions&
 int RunDump(const std::string& path, const DumpOptions& options);
 // The files the movie references, found or missing. 1 when one is missing.
 int RunRefs(const std::string& path);
-// Mends damaged chunk offsets, or with `dryRun` shows on a temporary copy
-// what would change. 1 when the movie does not open or cannot be written.
-int RunFix(const std::string& path, bool dryRun);
+struct FixOptions {
+    std::string path;
+    bool dryRun = false;  // mend a stand-in and show what would change
+    std::string output;   // mend a copy that becomes this file; the movie stays as it is
+    bool backup = false;  // keep a copy of the movie as MOVIE.orig, then mend it in place
+};
+
+// Mends damaged chunk offsets: in place, in a copy, or (a dry run) in a
+// stand-in. 1 when the movie does not open or a file cannot be written.
+int RunFix(const FixOptions& options);
 
 // Every file under the paths, a line each (a table, or JSON Lines), then a summary.
 int RunScan(const ScanOptions& options);

@@ -49,17 +49,27 @@ int main(int argc, char** argv)
                  "Exit status: 0 when every file is found, 1 when one is missing, the references cannot be "
                  "read or the movie does not open.");
 
-    std::string fixPath;
-    bool fixDryRun = false;
-    CLI::App* fix = app.add_subcommand("fix", "Mend chunk offsets whose high-order bytes are damaged, in place");
-    fix->add_option("MOVIE", fixPath, "Movie file")->required();
-    fix->add_flag("--dry-run", fixDryRun, "Mend a temporary copy and show what would change; MOVIE stays as it is");
+    FixOptions fixOptions;
+    CLI::App* fix = app.add_subcommand("fix", "Mend chunk offsets whose high-order bytes are damaged");
+    fix->add_option("MOVIE", fixOptions.path, "Movie file")->required();
+    CLI::Option* fixDryRun = fix->add_flag(
+        "--dry-run", fixOptions.dryRun, "Mend a temporary copy and show what would change; MOVIE stays as it is");
+    CLI::Option* fixOutput = fix->add_option(
+        "-o,--output", fixOptions.output, "Write the mended movie to OUT (replacing it) and leave MOVIE as it is");
+    fix->add_flag("--backup", fixOptions.backup, "Keep a copy of MOVIE as MOVIE.orig, then mend MOVIE in place")
+        ->excludes(fixDryRun)
+        ->excludes(fixOutput);
+    fixOutput->excludes(fixDryRun);
     fix->footer("The library mends the chunk offsets of the first enabled video track that lie past the end of "
                 "the file.\n"
+                "Without --output, --backup or --dry-run it writes into MOVIE itself, in place.\n"
+                "--output and --backup never leave a half-written file: the copy is made in a temporary file "
+                "beside its final name, mended and flushed there, and only then renamed into place; on a failure "
+                "or an interruption it is removed. --backup does not replace an existing MOVIE.orig.\n"
                 "Prints each chunk offset entry that changed: the track's index, the table, the entry's index, "
                 "the old and the new value.\n"
                 "Exit status: 0 when the repair ran, also on a movie that the other commands refuse; 1 when the "
-                "file holds no movie atom or cannot be written.");
+                "file holds no movie atom or a file cannot be written.");
 
     ScanOptions scanOptions;
     scanOptions.jobs = std::max(1u, std::thread::hardware_concurrency());
@@ -111,7 +121,7 @@ int main(int argc, char** argv)
         if (*info) return RunInfo(infoPaths, infoJson, DumpOptions{!infoNoTables});
         if (*dump) return RunDump(dumpPath, DumpOptions{!dumpNoTables});
         if (*refs) return RunRefs(refsPath);
-        if (*fix) return RunFix(fixPath, fixDryRun);
+        if (*fix) return RunFix(fixOptions);
         if (*scan) return RunScan(scanOptions);
     } catch (const std::exception& e) {
         ReportError(e.what());
