@@ -2,7 +2,6 @@
 // and the exit code and message of each kind of failure.
 #include <fstream>
 #include <map>
-#include <ranges>
 
 #include "Tests/Tool/ToolRunner.h"
 #include "dump/DumpJson.h"
@@ -200,10 +199,12 @@ TEST(Fix, OutputAndBackupNeverLoseAFile)
         EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
         EXPECT_TRUE(r.err.ends_with(c.errEnd) && r.err.empty() == c.errEnd.empty()) << r.err;
         std::map<std::string, Bytes> files;
-        for (const auto& entry : fs::directory_iterator(dir))
+        std::string names;
+        for (const auto& entry : fs::directory_iterator(dir)) {
             files[entry.path().filename()] = entry.is_directory() ? Bytes() : ReadFile(entry.path());
-        EXPECT_TRUE(files == c.files) << ::testing::PrintToString(std::vector<std::string>(
-            std::views::keys(files).begin(), std::views::keys(files).end()));
+            names += entry.path().filename().string() + " ";
+        }
+        EXPECT_TRUE(files == c.files) << names;
         EXPECT_TRUE(c.files.at("movie.mov") != damaged || fs::last_write_time(movie.Path()) == time);
     }
 }
