@@ -28,7 +28,7 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> EntryRanges(const QT::Strin
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
     QT::OpenedMovie state;
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    if (QT::OpenMovieFile(path, QT::OpenSettings{1, QT::kFixerGuard}, state, movie) != QT::kResultSuccess) return ranges;
+    if (QT::OpenMovieFile(path, QT::OpenSettings{Tessel::kFileShareRead, QT::kFixerGuard}, state, movie) != QT::kResultSuccess) return ranges;
     const QT::AtomReader reader = state.mStore->Reader();
     for (std::uint32_t i = 0; i < state.mStore->GetTrackCount(); ++i) {
         const QT::TrackItem& item = state.mStore->GetTrackItem(i);

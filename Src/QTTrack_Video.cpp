@@ -431,6 +431,20 @@ private:
     std::vector<std::uint32_t> mOutside;
 };
 
+// Samples that the runs of `stsc` can place in the chunk table, up to
+// `limit`: each run's chunks that the table holds, times its samples per chunk.
+std::uint32_t SamplesInChunks(StscCursor stsc, std::uint32_t chunkCount, std::uint32_t limit)
+{
+    std::uint64_t samples = 0;
+    for (; !stsc.AtEnd() && samples < limit; stsc.Next()) {
+        const std::uint64_t firstChunk = std::max<std::uint32_t>(stsc.FirstChunk(), 1) - 1;
+        const std::uint64_t inTable = firstChunk < chunkCount ? chunkCount - firstChunk : 0;
+        const std::uint64_t runChunks = stsc.IsLast() ? inTable : std::min<std::uint64_t>(stsc.RunChunks(0), inTable);
+        samples += runChunks * stsc.SamplesPerChunk();
+    }
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(samples, limit));
+}
+
 // The low 8 bits of a 32-bit difference of display indices.
 std::int8_t Low8(std::uint32_t difference) { return static_cast<std::int8_t>(static_cast<std::uint8_t>(difference)); }
 
@@ -451,23 +465,22 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
 
     const AtomReader reader = Reader();
     const TrackItem& item = Item();
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     const std::uint32_t chunkCount = chunks.NumEntries();
     const SampleSizes sizes(reader, item.mStsz);
     // Sizes whose entries would lie beyond the copy count as missing.
     if (sizes.Count() < sampleCount || sizes.KnownCount() < sampleCount) return kResultBadSampleTables;
-    // With a constant size nothing in the copy backs the sample count: a table
-    // that claims more frames than the file can hold is refused, so a hostile
-    // count cannot demand gigabytes of records.
-    if (sizes.Constant() != 0 && sampleCount > mStore->GetFileSize() / sizes.Constant()) return kResultBadSampleTables;
-
-    // Room for what this call can add, bounded by what the copy backs: a size
-    // entry per sample, or with a constant size the chunks (a table that holds
-    // more samples than chunks grows as it goes).
-    const std::uint32_t backed = sizes.Constant() != 0 ? chunkCount : sampleCount;
-    outTable.reserve(outTable.size() + std::min({sampleCount, maxEntries, backed}));
 
     StscCursor stsc(reader, item.mStsc, chunkCount);
+    // Room for what this call can add, as far as the copy describes it: no
+    // more samples than the runs of `stsc` can place in the chunk table. A
+    // sample count that nothing in the copy backs (with a constant size it is
+    // told by `stts` alone) thus reserves nothing beyond that; the records
+    // then come one by one as the walk places them, so a table costs no more
+    // than what is written. The capacity is raised to this bound, not to the
+    // sample count.
+    outTable.reserve(outTable.size() + std::min(maxEntries, SamplesInChunks(stsc, chunkCount, sampleCount)));
+
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
     // as many chunks as samples. The samples per chunk are not looked at.
     const bool oneEntry = reader.U32Or(item.mStsc.Field(12)) == 1 && stsc.EntryCount() == 1;

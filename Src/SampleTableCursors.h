@@ -116,13 +116,4 @@ private:
     std::uint32_t mCount;
 };
 
-// Inline, as the table walks ask for an entry per sample or chunk.
-inline std::uint64_t ChunkOffsetHelper::GetEntry(std::uint64_t entryIdx) const
-{
-    VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
-    const AtomReader reader(mCopy, mCopySize);
-    if (mIsCo64) return reader.U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
-    return reader.U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
-}
-
 } // namespace QT

@@ -115,4 +115,36 @@ TEST(VideoCorpus, DescriptionsAndSampleTablesMatch)
     EXPECT_EQ(std::tuple(compared, edited, refusedEdits), std::tuple(41, 39, 2));
 }
 
+// A reference movie that holds only `ftyp` and `moov` of a movie of raw frames
+// (one constant size): its frames lie in another file, and the table is the
+// original's, whatever the size of the copy's own file.
+TEST(VideoCorpus, TheMovieAtomAloneGivesTheSameFrameTable)
+{
+    for (const char* name : {"raw_rgb24_odd_33x21", "raw_2vuy_clap"}) {
+        SCOPED_TRACE(name);
+        const Bytes whole = ReadFile(CorpusMovie(name));
+        Bytes copy;
+        for (std::size_t at = 0, size = 0; whole.size() - at >= 8; at += size) {
+            size = std::size_t{whole[at]} << 24 | whole[at + 1] << 16 | whole[at + 2] << 8 | whole[at + 3];
+            ASSERT_GE(size, 8u);
+            const std::string type(whole.begin() + at + 4, whole.begin() + at + 8);
+            if (type == "ftyp" || type == "moov") copy.insert(copy.end(), whole.begin() + at, whole.begin() + at + size);
+        }
+        std::vector<QT::VideoSampleRecord> fromWhole, fromCopy;
+        Tessel::InterfaceRef<QT::IQTMovie> movie;
+        ASSERT_EQ(QT::MakeParser()->OpenMovie(ToString16(CorpusMovie(name).string()), movie), kOk);
+        ASSERT_EQ(movie->GetIndTrack(0)->MakeFullVideoSampleTable(false, false, fromWhole), kOk);
+        const OpenResult cut = OpenBytes(copy);
+        ASSERT_EQ(cut.code, kOk);
+        ASSERT_EQ(cut.movie->GetIndTrack(0)->MakeFullVideoSampleTable(false, false, fromCopy), kOk);
+        ASSERT_EQ(fromCopy.size(), ProbePackets(name, 0).size());
+        ASSERT_EQ(fromCopy.size(), fromWhole.size());
+        for (std::size_t i = 0; i < fromCopy.size(); ++i) {
+            const QT::VideoSampleRecord &a = fromWhole[i], &b = fromCopy[i];
+            EXPECT_EQ(std::tuple(a.mOffset, a.mSize, a.mDuration, a.mTime, a.mIsKeyFrame),
+                      std::tuple(b.mOffset, b.mSize, b.mDuration, b.mTime, b.mIsKeyFrame));
+        }
+    }
+}
+
 } // namespace

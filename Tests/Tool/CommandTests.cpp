@@ -55,30 +55,36 @@ TEST(Info, JsonIsTheDump)
 }
 
 // Usage errors exit 2, failures 1, each with one line on standard error; a failed dump still prints its JSON.
+// Neither a FIFO, a directory nor a device is read as a movie, and none keeps a command waiting.
 TEST(Command, ExitCodesAndMessages)
 {
     TempFile text(Bytes(64, 'x'), "notes.txt");
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
-                      scanUsage = " (see atomscan scan --help)\n",
-                      missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n";
-    const struct { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; }
-        kCases[] = {{{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
-                    {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
-                    {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
-                    {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
-                    {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
-                    {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
-                    {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
-                    {{"dump", junk}, 1, unreadable, "0xa0800001"}, // `open`: the code in the dump
-                    // scan: 1 for a usage error as for a path that does not exist
-                    {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage},
-                    {{"scan", "--fail-on", "broken", junk}, 1, scanUsage},
-                    {{"scan", gone}, 1, gone + ": No such file or directory\n"},
-                    {{"fix", "--output", "out.mov", "--dry-run", junk}, 2, usage},
-                    {{"fix", "--backup", "--output", "out.mov", junk}, 2, usage}};
-    for (const auto& c : kCases) {
+                      scanUsage = " (see atomscan scan --help)\n", missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n",
+                      fifo = text.Path().parent_path() / "pipe.mov";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    struct Case { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; };
+    std::vector<Case> cases = {
+        {{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
+        {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
+        {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
+        {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
+        {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
+        {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
+        {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
+        {{"dump", junk}, 1, unreadable, "0xa0800001"}, // `open`: the code in the dump
+        // scan: 1 for a usage error as for a path that does not exist
+        {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage}, {{"scan", "--fail-on", "broken", junk}, 1,
+        scanUsage}, {{"scan", gone}, 1, gone + ": No such file or directory\n"},
+        {{"fix", "--output", "out.mov", "--dry-run", junk}, 2, usage}, {{"fix", "--backup", "--output", "out.mov", junk}, 2,
+        usage}};
+    for (const std::string& path : {fifo, text.Path().parent_path().string(), std::string("/dev/null")})
+        for (const std::string command : {"info", "dump", "refs", "fix"})
+            cases.push_back(
+                {{command, path}, 1, path + ": cannot open the file\n", command == "dump" ? "0xa0800004" : nullptr});
+    for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
-        const ToolResult r = RunTool(c.args);
+        const ToolResult r = RunTool(c.args, 20);
         EXPECT_EQ(r.exitCode, c.exitCode);
         EXPECT_TRUE(r.err.starts_with("atomscan: ") && r.err.ends_with(c.errEnd) && r.err.find('\n') == r.err.size() - 1)
             << r.err;

@@ -97,8 +97,8 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
 {
     const HostileTree tree;
     const auto start = std::chrono::steady_clock::now();
-    const ToolResult one = RunTool({"scan", "--json", "-j", "1", tree.root}, kScanUser);
-    const ToolResult four = RunTool({"scan", "--json", "-j", "4", tree.root}, kScanUser);
+    const ToolResult one = RunTool({"scan", "--json", "-j", "1", tree.root}, 60, kScanUser);
+    const ToolResult four = RunTool({"scan", "--json", "-j", "4", tree.root}, 60, kScanUser);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
     EXPECT_EQ(json({one.exitCode, one.err}), json({0, ""}));
     EXPECT_EQ(one.out, four.out);
@@ -136,7 +136,7 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
     for (const auto& [key, value] : summary.items()) EXPECT_EQ(lines.back()["summary"][key], value) << key;
 
     // The same as a table and a summary for a person (patterns in order).
-    const ToolResult text = RunTool({"scan", tree.root}, kScanUser);
+    const ToolResult text = RunTool({"scan", tree.root}, 60, kScanUser);
     auto from = text.out.cbegin();
     for (const std::string& pattern : std::vector<std::string>{"path +duration +tracks +codecs +notes", "\n" + tree / "damaged.mov" + " +0:00:02.000 +2 +avc1 mp4a +"
           "track 0: 1 offset beyond the end", "\n" + tree / "notes.txt" + " +not a movie that can be read",
@@ -165,7 +165,7 @@ TEST(Scan, FailOnTurnsFindingsIntoStatus2)
     for (const auto& c : kCases) {
         std::vector<std::string> args = c.args;
         args.insert(args.begin(), "scan");
-        const ToolResult r = RunTool(args);
+        const ToolResult r = RunTool(args, 60);
         EXPECT_EQ(json({r.exitCode, r.err}), json({c.exitCode, ""})) << ::testing::PrintToString(c.args);
     }
 }

@@ -46,9 +46,9 @@ QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out)
 {
     // Refused here, a FIFO or a device never reaches the library's open, which would wait on it.
     if (!RegularFile(path).IsOpen()) return QT::kResultCannotOpen;
-    constexpr int kAccessRead = 1, kShareRead = 1, kOpenExisting = 8, kAttributesNormal = 1;
     Tessel::File file;
-    if (file.Create(ToString16(path), kAccessRead, kShareRead, kOpenExisting, kAttributesNormal, false) < 0)
+    if (file.Create(ToString16(path), Tessel::kFileAccessRead, Tessel::kFileShareRead, Tessel::kFileOpenExisting,
+                    Tessel::kFileAttributesNormal, false) < 0)
         return QT::kResultCannotOpen;
     out.fileSize = file.SizeOnDisk();
     std::uint32_t size = 0;
