@@ -21,8 +21,8 @@ namespace atomscan_tool {
 namespace {
 
 // Examines the walk's entries on `jobs` threads, each with parsers of its own,
-// and hands the records to `emit` in the order of the entries, as soon as all
-// before them are done.
+// and hands the records to `emit` in the order of the entries, in batches of
+// those whose predecessors are all done.
 class ScanPool {
 public:
     ScanPool(const std::vector<WalkEntry>& entries, std::vector<ScanRecord>& records)
@@ -43,7 +43,8 @@ public:
             std::uint64_t bytes = 0;
             {
                 std::unique_lock lock(mMutex);
-                mChanged.wait_for(lock, std::chrono::milliseconds(200), [&] { return mDone[emitted]; });
+                // Woken when all are done, else ten times a second: not at every file.
+                mChanged.wait_for(lock, std::chrono::milliseconds(100), [&] { return mDoneCount == total; });
                 while (ready < total && mDone[ready]) ++ready;
                 done = mDoneCount;
                 movies = mMovies;
@@ -63,6 +64,7 @@ private:
             const std::size_t i = mNext.fetch_add(1);
             if (i >= mEntries.size()) return;
             ScanRecord record = Examine(mEntries[i]);
+            bool last = false;
             {
                 const std::lock_guard lock(mMutex);
                 mRecords[i] = std::move(record);
@@ -70,8 +72,9 @@ private:
                 ++mDoneCount;
                 if (mRecords[i].status == ScanRecord::Status::Movie) ++mMovies;
                 mBytes += mEntries[i].size;
+                last = mDoneCount == mEntries.size();
             }
-            mChanged.notify_one();
+            if (last) mChanged.notify_one();
         }
     }
 
