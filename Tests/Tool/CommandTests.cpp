@@ -1,6 +1,7 @@
 // The atomscan command as a user meets it: summaries, references, repairs,
 // and the exit code and message of each kind of failure.
 #include <fstream>
+#include <map>
 
 #include "Tests/Tool/ToolRunner.h"
 #include "dump/DumpJson.h"
@@ -62,7 +63,8 @@ TEST(Command, ExitCodesAndMessages)
     TempFile refused(RefusedMovie(dinf));
     // The first "atom", `xxxx`, claims 0x78787878 bytes: the rule the library's open stopped at, after its verdict.
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
-                      missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n",
+                      scanUsage = " (see atomscan scan --help)\n", missing = gone + ": cannot open the file\n",
+                      unreadable = junk + ": not a movie that can be read\n",
                       junkRule = "an atom runs 2021161016 bytes past the end of the file",
                       explained = junk + ": not a movie that can be read: " + junkRule + " (xxxx at offset 0)\n",
                       fifo = text.Path().parent_path() / "pipe.mov";
@@ -78,7 +80,12 @@ TEST(Command, ExitCodesAndMessages)
         {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, explained}, {{"fix", gone}, 1, missing},
         {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
         {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
-        {{"dump", junk}, 1, explained, "0xa0800001"}}; // `open`: the code in the dump
+        {{"dump", junk}, 1, explained, "0xa0800001"}, // `open`: the code in the dump
+        // scan: 1 for a usage error as for a path that does not exist
+        {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage}, {{"scan", "--fail-on", "broken", junk}, 1,
+        scanUsage}, {{"scan", gone}, 1, gone + ": No such file or directory\n"},
+        {{"fix", "--output", "out.mov", "--dry-run", junk}, 2, usage}, {{"fix", "--backup", "--output", "out.mov", junk}, 2,
+        usage}};
     for (const std::string& path : {fifo, text.Path().parent_path().string(), std::string("/dev/null")})
         for (const std::string command : {"info", "dump", "refs", "fix"})
             cases.push_back(
@@ -174,6 +181,48 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
             EXPECT_EQ(json({dry.exitCode, dry.out, dry.err}), json({0, out, ""}));
         }
         EXPECT_EQ(movie.Read(), c.mended);
+    }
+}
+
+
+// --output and --backup: the movie keeps its bytes and time unless it is the output, a new file appears whole
+// or not at all, and no temporary file is left beside it, whatever failed.
+TEST(Fix, OutputAndBackupNeverLoseAFile)
+{
+    const Bytes damaged = ReadFile(CorpusMovie("damaged_stco_topbyte_single")),
+                mended = ReadFile(CorpusMovie("layout_faststart")), old = {'o', 'l', 'd'};
+    namespace fs = std::filesystem;
+    const struct { std::vector<std::string> args; const char* existing; int exitCode; std::map<std::string, Bytes> files;
+                   std::string errEnd = ""; } kCases[] = {
+        {{"--output", "out.mov"}, nullptr, 0, {{"movie.mov", damaged}, {"out.mov", mended}}},
+        {{"--output", "movie.mov"}, nullptr, 0, {{"movie.mov", mended}}},
+        {{"--backup"}, nullptr, 0, {{"movie.mov", mended}, {"movie.mov.orig", damaged}}},
+        {{"--backup"}, "movie.mov.orig", 1, {{"movie.mov", damaged}, {"movie.mov.orig", old}},
+         "movie.mov.orig exists already: move it away first\n"},
+        {{"--output", "out.mov"}, "out.mov/", 1, {{"movie.mov", damaged}, {"out.mov", {}}}, "out.mov: Is a directory\n"},
+        {{"--output", "/nonexistent/out.mov"}, nullptr, 1, {{"movie.mov", damaged}},
+         "cannot make a temporary file in /nonexistent: No such file or directory\n"}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        TempFile movie(damaged);
+        const fs::path dir = movie.Path().parent_path();
+        if (c.existing && std::string(c.existing).ends_with('/')) fs::create_directory(dir / c.existing);
+        else if (c.existing) std::ofstream(dir / c.existing) << "old";
+        const auto time = fs::last_write_time(movie.Path());
+        std::vector<std::string> args = {"fix"};
+        for (const std::string& a : c.args) args.push_back(a.ends_with(".mov") && a[0] != '/' ? (dir / a).string() : a);
+        args.push_back(movie.Path());
+        const ToolResult r = RunTool(args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+        EXPECT_TRUE(r.err.ends_with(c.errEnd) && r.err.empty() == c.errEnd.empty()) << r.err;
+        std::map<std::string, Bytes> files;
+        std::string names;
+        for (const auto& entry : fs::directory_iterator(dir)) {
+            files[entry.path().filename()] = entry.is_directory() ? Bytes() : ReadFile(entry.path());
+            names += entry.path().filename().string() + " ";
+        }
+        EXPECT_TRUE(files == c.files) << names;
+        EXPECT_TRUE(c.files.at("movie.mov") != damaged || fs::last_write_time(movie.Path()) == time);
     }
 }
 
