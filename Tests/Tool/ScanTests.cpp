@@ -20,14 +20,18 @@ namespace fs = std::filesystem;
 namespace {
 
 // A folder of every kind of entry: movies (one damaged, one whose media are missing, one a sparse file of
-// 100 GB with its movie atom at the end), a text file, a FIFO, a socket, a link to the folder itself, a link
-// to itself, a dangling link, and a folder that cannot be read.
+// 100 GB with its movie atom at the end), a movie the library refuses, a text file, a FIFO, a socket, a link
+// to the folder itself, a link to itself, a dangling link, and a folder that cannot be read.
 struct HostileTree {
     TempFile notes{Bytes(64, 'x'), "notes.txt"};
     const fs::path root = notes.Path().parent_path();
+    std::uint64_t refusedDinf = 0; // refused.mov: the offset of the atom where the open stops
 
     HostileTree()
     {
+        const Bytes refused = RefusedMovie(refusedDinf);
+        std::ofstream(root / "refused.mov", std::ios::binary)
+            << std::string_view(reinterpret_cast<const char*>(refused.data()), refused.size());
         fs::permissions(root, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec |
                                   fs::perms::group_read | fs::perms::others_read);
         fs::copy_file(CorpusMovie("broadcast_2997_tc_c608_aac"), root / "movie.mov");
@@ -91,8 +95,9 @@ void ExpectAgreesWithDump(const json& line)
     }
 }
 
-// A line for each entry in path order, the same with one job and with four; a movie's facts as the dump
-// gives them; the summary counts what the lines say. The sparse file costs no more than its movie atom.
+// A line for each entry in path order, the same with one job and with four; a movie's facts, and why a file
+// is refused, as the dump gives them; the summary counts what the lines say and names the refusals. The
+// sparse file costs no more than its movie atom.
 TEST(Scan, EveryKindOfEntryALineInPathOrder)
 {
     const HostileTree tree;
@@ -111,8 +116,11 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
         {"locked", {{"status", "unreadable"}, {"reason", "cannot read the folder: Permission denied"}}},
         {"movie.mov", {{"status", "movie"}, {"missingReferences", none}, {"offsetsBeyondEnd", none}}},
         {"notes.txt", {{"status", "not a movie"}, {"open", "0xa0800001"}, {"size", 64},
-                       {"refusal", "not a movie that can be read"}}},
+                       {"refused", {{"rule", "an atom runs 2021161016 bytes past the end of the file"},
+                                    {"track", nullptr}, {"atom", "xxxx"}, {"offset", 0}}}}},
         {"ref.mov", {{"status", "movie"}, {"missingReferences", missing}, {"referencesReadable", true}}},
+        {"refused.mov", {{"status", "not a movie"}, {"refused", {{"rule", "minf does not begin with its media header"},
+                         {"track", 1}, {"atom", "dinf"}, {"offset", tree.refusedDinf}}}}},
         {"self", {{"status", "unreadable"}, {"reason", "broken symbolic link: Too many levels of symbolic links"}}},
         {"sock", {{"status", "skipped"}, {"reason", "socket"}}},
         {"sparse.mov", {{"status", "movie"}, {"size", std::uint64_t{100} << 30}, {"duration", 100}}}};
@@ -123,6 +131,9 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
         SCOPED_TRACE(kRows[i].name);
         EXPECT_EQ(lines[i]["path"], tree / kRows[i].name);
         for (const auto& [key, value] : kRows[i].expected.items()) EXPECT_EQ(lines[i][key], value) << key;
+        if (lines[i]["status"] == "not a movie") {
+            EXPECT_EQ(lines[i]["refused"], Dump(lines[i]["path"])["refused"]);
+        }
         if (lines[i]["status"] != "movie") continue;
         ExpectAgreesWithDump(lines[i]);
         for (const json& t : lines[i]["tracks"]) {
@@ -130,17 +141,23 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
             codecs[codec] = codecs.value(codec, 0) + 1;
         }
     }
-    const json summary = {{"movies", 4}, {"notMovies", 1}, {"unreadable", 3}, {"skipped", 2}, {"foldersRead", 1},
+    const json summary = {{"movies", 4}, {"notMovies", 2}, {"unreadable", 3}, {"skipped", 2}, {"foldersRead", 1},
                           {"tracksByCodec", codecs}, {"missingReferences", {tree / "ref.mov"}},
                           {"offsetsBeyondEnd", {tree / "damaged.mov"}}};
     for (const auto& [key, value] : summary.items()) EXPECT_EQ(lines.back()["summary"][key], value) << key;
 
     // The same as a table and a summary for a person (patterns in order).
     const ToolResult text = RunTool({"scan", tree.root}, 60, kScanUser);
+    const std::string notesRefused = "not a movie that can be read: an atom runs 2021161016 bytes past the end of "
+                                     "the file \\(xxxx at offset 0\\)",
+                      refused = "not a movie that can be read: minf does not begin with its media header \\(track 1, "
+                                "dinf at offset " + std::to_string(tree.refusedDinf) + "\\)";
     auto from = text.out.cbegin();
     for (const std::string& pattern : std::vector<std::string>{"path +duration +tracks +codecs +notes", "\n" + tree / "damaged.mov" + " +0:00:02.000 +2 +avc1 mp4a +"
-          "track 0: 1 offset beyond the end", "\n" + tree / "notes.txt" + " +not a movie that can be read",
+          "track 0: 1 offset beyond the end", "\n" + tree / "notes.txt" + " +" + notesRefused,
           "\n" + tree / "ref.mov" + " +0:00:00.167 +3 +data data - +2 missing files",
+          "\n" + tree / "refused.mov" + " +" + refused, "\nnot movies +2\n  " + tree / "notes.txt" + ": " + notesRefused +
+          "\n  " + tree / "refused.mov" + ": " + refused,
           "\ncould not be read   3\n  " + tree / "dangling" + ": broken symbolic link",
           "\nskipped             2 \\(FIFOs, sockets and devices are not opened\\)\n  " + tree / "fifo" + ": FIFO",
           "\nfolders read        1 \\(1 reached again through links",

@@ -28,7 +28,8 @@ void WriteTracks(JsonWriter& w, QT::IQTMovie& movie, const DumpContext& context)
         });
 }
 
-// {"rule", "track", "atom", "offset"}: where the open stopped, null where it does not say.
+} // namespace
+
 void WriteRefusal(JsonWriter& w, const QT::internal::OpenRefusal& refusal)
 {
     w.BeginObject(true);
@@ -45,8 +46,6 @@ void WriteRefusal(JsonWriter& w, const QT::internal::OpenRefusal& refusal)
     else w.Null();
     w.EndObject();
 }
-
-} // namespace
 
 QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options,
                          QT::internal::OpenRefusal* outRefusal)

@@ -18,6 +18,10 @@ namespace atomscan_tool {
 QT::ResultCode WriteDump(JsonWriter& w, const std::string& path, const DumpOptions& options,
                          QT::internal::OpenRefusal* outRefusal = nullptr);
 
+// The "refused" object: {"rule", "track", "atom", "offset"}, null where the
+// refusal does not say.
+void WriteRefusal(JsonWriter& w, const QT::internal::OpenRefusal& refusal);
+
 void WriteMovieSection(JsonWriter& w, QT::IQTMovie& movie);
 void WriteTrackSection(JsonWriter& w, QT::IQTTrack& track, const DumpContext& context);
 // {"result", "refs": [ExtRef...]} in map order.

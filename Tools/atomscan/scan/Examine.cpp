@@ -10,7 +10,6 @@
 #include <exception>
 #include <vector>
 
-#include "Inc/IAtomscan.h"
 #include "common/MovieFile.h"
 #include "common/References.h"
 #include "common/Text.h"
@@ -99,11 +98,10 @@ void ExamineFile(const WalkEntry& entry, ScanRecord& r)
     const std::string readPath = ReadPath(entry.path, fd.Get());
     const std::string absolutePath = AbsolutePath(entry.path);
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    r.open = QT::MakeParser()->OpenMovie(ToString16(readPath), movie);
+    r.open = QT::internal::OpenMovieExplained(ToString16(readPath), movie, r.refusal);
     if (r.open == QT::kResultCannotOpen) return SetUnreadable(r, OpenFailureText(r.open));
     if (r.open != QT::kResultSuccess || !movie) {
         r.status = ScanRecord::Status::NotAMovie;
-        r.refusal = OpenFailureText(r.open);
     } else {
         r.status = ScanRecord::Status::Movie;
         r.movie = SummarizeMovie(*movie, readPath);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/AtomscanTypes.h"
 #include "info/InfoTrack.h"
 #include "scan/Walk.h"
@@ -17,9 +18,7 @@ struct ScanRecord {
     Status status = Status::Unreadable;
     std::uint64_t size = 0;      // when the file was found
     QT::ResultCode open = 0;     // the library's open (a movie, or not a movie)
-    // Not a movie: why the library refused it. Today the text of the result
-    // code; a finer account of the refusal goes here.
-    std::string refusal;
+    QT::internal::OpenRefusal refusal; // not a movie: where the library's open stopped, and why
     std::string reason;          // unreadable or skipped: why
     MovieSummary movie;          // a movie: its facts
     std::vector<std::string> missingReferences; // files it names that are not found

@@ -4,8 +4,10 @@
 #include <cmath>
 #include <map>
 
+#include "common/MovieFile.h"
 #include "common/Text.h"
 #include "common/TextTable.h"
+#include "dump/Dump.h"
 #include "dump/JsonWriter.h"
 
 namespace atomscan_tool {
@@ -88,7 +90,7 @@ std::string Plural(std::size_t n, const std::string& one, const std::string& man
 // The findings of a movie, or why a file is not one.
 std::string NoteText(const ScanRecord& r)
 {
-    if (r.status == ScanRecord::Status::NotAMovie) return r.refusal;
+    if (r.status == ScanRecord::Status::NotAMovie) return OpenFailureText(r.open, r.refusal);
     std::vector<std::string> notes;
     if (!r.missingReferences.empty()) notes.push_back(Plural(r.missingReferences.size(), "missing file", "missing files"));
     if (!r.referencesReadable) notes.push_back("references not all readable");
@@ -117,6 +119,15 @@ void Line(std::FILE* out, const std::string& label, const std::string& value)
     std::fprintf(out, "%-20s%s\n", label.c_str(), value.c_str());
 }
 
+// The files of one status, each with why it is not a movie read.
+void ListFiles(std::FILE* out, const std::vector<ScanRecord>& records, ScanRecord::Status status)
+{
+    for (const ScanRecord& r : records)
+        if (r.status == status)
+            std::fprintf(out, "  %s: %s\n", Bytes8Text(r.path).c_str(),
+                         (status == ScanRecord::Status::NotAMovie ? NoteText(r) : Bytes8Text(r.reason)).c_str());
+}
+
 } // namespace
 
 std::string ScanJsonKeysText()
@@ -128,7 +139,8 @@ std::string ScanJsonKeysText()
     return "\"" + std::string(kMovieFacts[kFactPath].key) +
            "\", \"status\" (\"movie\", \"not a movie\", \"unreadable\", \"skipped\"); for a movie and for a file "
            "that is not one \"size\" and \"open\" (the open's result code); for a file that is not a movie "
-           "\"refusal\"; for a movie " +
+           "\"refused\" ({\"rule\", \"track\", \"atom\", \"offset\"}: where the open stopped, as in "
+           "'atomscan dump'); for a movie " +
            movie + " (each track with " + track +
            ", the facts of 'atomscan info'), \"missingReferences\" (the paths of files it names that are not "
            "found), \"referencesReadable\", \"offsetsBeyondEnd\" ([{\"track\", \"count\"}]); for an unreadable "
@@ -151,8 +163,8 @@ std::string ScanJsonLine(const ScanRecord& r)
         w.String(CodeText(r.open));
     }
     if (r.status == ScanRecord::Status::NotAMovie) {
-        w.Key("refusal");
-        w.String(r.refusal);
+        w.Key("refused");
+        WriteRefusal(w, r.refusal);
     } else if (r.status == ScanRecord::Status::Movie) {
         WriteMovie(w, r);
     } else {
@@ -208,14 +220,11 @@ void PrintScanText(std::FILE* out, const std::vector<ScanRecord>& records, const
 
     Line(out, "movies read", std::to_string(s.movies));
     Line(out, "not movies", std::to_string(s.notMovies));
+    ListFiles(out, records, ScanRecord::Status::NotAMovie);
     Line(out, "could not be read", std::to_string(s.unreadable));
-    for (const ScanRecord& r : records)
-        if (r.status == ScanRecord::Status::Unreadable)
-            std::fprintf(out, "  %s: %s\n", Bytes8Text(r.path).c_str(), Bytes8Text(r.reason).c_str());
+    ListFiles(out, records, ScanRecord::Status::Unreadable);
     Line(out, "skipped", std::to_string(s.skipped) + (s.skipped ? " (FIFOs, sockets and devices are not opened)" : ""));
-    for (const ScanRecord& r : records)
-        if (r.status == ScanRecord::Status::Skipped)
-            std::fprintf(out, "  %s: %s\n", Bytes8Text(r.path).c_str(), r.reason.c_str());
+    ListFiles(out, records, ScanRecord::Status::Skipped);
     Line(out, "folders read", std::to_string(s.foldersRead) +
                                   (s.foldersSeenAgain ? " (" + std::to_string(s.foldersSeenAgain) +
                                                             " reached again through links, not read twice)"
