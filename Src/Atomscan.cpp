@@ -33,11 +33,9 @@ namespace internal {
 ResultCode OpenMovieExplained(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie,
                               OpenRefusal& outRefusal)
 {
-    outRefusal = OpenRefusal();
     RefusalPoint point;
     const ResultCode result = MakeCounted<Atomscan>()->Open(path, outMovie, nullptr, &point);
-    if (point.rule != RefusalRule::kNone)
-        outRefusal = OpenRefusal{RefusalText(point.rule, point.bytes), point.track, point.atom, point.offset};
+    outRefusal = Explain(point);
     return result;
 }
 

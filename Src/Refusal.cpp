@@ -62,4 +62,10 @@ std::string RefusalText(RefusalRule rule, std::uint64_t bytes)
     return text;
 }
 
+internal::OpenRefusal Explain(const RefusalPoint& point)
+{
+    if (point.rule == RefusalRule::kNone) return {};
+    return {RefusalText(point.rule, point.bytes), point.track, point.atom, point.offset};
+}
+
 } // namespace QT

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/AtomscanTypes.h"
 
 namespace QT {
@@ -69,5 +70,8 @@ struct RefusalPoint {
 
 // The rule as a sentence for a person, with its number of bytes where it names one.
 std::string RefusalText(RefusalRule rule, std::uint64_t bytes = 0);
+
+// The point as the internal entry points tell it: empty when no rule was noted.
+internal::OpenRefusal Explain(const RefusalPoint& point);
 
 } // namespace QT

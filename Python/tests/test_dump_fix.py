@@ -1,6 +1,6 @@
 """dump() against the built command's output, and fix() on the damaged corpus copies."""
 
-import shutil
+import struct
 
 import pytest
 
@@ -15,20 +15,42 @@ def test_dump_equals_the_command(name, options):
     assert atomscan.dump(path, tables=not options) == tool_dump(path, *options)
 
 
-# A damaged copy -> the entries each pass of the repair mends, until nothing is left to mend.
+def _refused(movie):
+    """The movie with its last track's `stsz` renamed `free` and its `udta` traded for an empty `stsz` that
+    closes the last `stbl` and so the movie atom: the parser refuses a step onto the last 8 bytes of the movie
+    atom, the repair takes it."""
+    data = bytearray(movie)
+    udta = data.index(b"udta") - 4
+    del data[udta:udta + struct.unpack_from(">I", data, udta)[0]]
+    data[udta:udta] = struct.pack(">I4s", 8, b"stsz")
+    stsz = data.rindex(b"stsz", 0, udta)
+    data[stsz:stsz + 4] = b"free"
+    grown = {b"moov": len(data) - len(movie)}  # the other parents grow by the new atom
+    for parent in (b"moov", b"trak", b"mdia", b"minf", b"stbl"):
+        at = data.rindex(parent, 0, udta) - 4
+        struct.pack_into(">I", data, at, struct.unpack_from(">I", data, at)[0] + grown.get(parent, 8))
+    return bytes(data)
+
+
+# A damaged copy (and how it is made from the corpus file) -> the entries each pass of the repair mends, until
+# nothing is left to mend.
 FIXES = [
-    ("damaged_stco_topbyte_single", [[3]]),
-    ("damaged_stco_topbyte_edges", [[11, 500], [10]]),  # 10 only once 11 is mended; the last entry never
-    ("layout_faststart", [[]]),
+    ("damaged_stco_topbyte_single", bytes, [[3]]),
+    ("damaged_stco_topbyte_edges", bytes, [[11, 500], [10]]),  # 10 only once 11 is mended; the last entry never
+    ("layout_faststart", bytes, [[]]),
+    ("damaged_stco_topbyte_single", _refused, [[3]]),
 ]
 
 
-@pytest.mark.parametrize("name, passes", FIXES)
-def test_fix_mends_the_damaged_entries(tmp_path, name, passes):
+@pytest.mark.parametrize("name, make, passes", FIXES)
+def test_fix_mends_the_damaged_entries(tmp_path, name, make, passes):
     record = next(f for f in INDEX["files"] if f["name"] == f"{name}.mov")
     damaged = {d["index"]: d for d in record.get("derivation", {}).get("damaged_entries", [])}
     path = tmp_path / f"{name}.mov"
-    shutil.copy(CORPUS / record["name"], path)
+    path.write_bytes(make((CORPUS / record["name"]).read_bytes()))
+    if make is _refused:
+        with pytest.raises(atomscan.NotAMovieError, match="the track has no stsz"):
+            atomscan.open(path)
     for indices in passes:
         expected = [(0, i, damaged[i]["damaged"], damaged[i]["original"]) for i in indices]
         kept = path.read_bytes()
@@ -37,7 +59,7 @@ def test_fix_mends_the_damaged_entries(tmp_path, name, passes):
         assert atomscan.fix(str(path)) == expected
     assert atomscan.fix(path) == []
     # What is left of the damage is the entries that no pass mended.
-    source = (CORPUS / record.get("derivation", {}).get("derived_from", record["name"])).read_bytes()
+    source = make((CORPUS / record.get("derivation", {}).get("derived_from", record["name"])).read_bytes())
     differing = [i for i, (a, b) in enumerate(zip(path.read_bytes(), source)) if a != b]
     unmended = {damaged[i]["entry_file_offset"] for i in set(damaged) - {i for p in passes for i in p}}
     assert {o for o in unmended for i in differing if o <= i < o + 4} == unmended

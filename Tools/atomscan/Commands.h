@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "dump/DumpFields.h"
+#include "fix/Repair.h"
 
 namespace atomscan_tool {
 
@@ -34,13 +35,6 @@ int RunInfo(const std::vector<std::string>& paths, bool json, const DumpOptions&
 int RunDump(const std::string& path, const DumpOptions& options);
 // The files the movie references, found or missing. 1 when one is missing.
 int RunRefs(const std::string& path);
-struct FixOptions {
-    std::string path;
-    bool dryRun = false;  // mend a stand-in and show what would change
-    std::string output;   // mend a copy that becomes this file; the movie stays as it is
-    bool backup = false;  // keep a copy of the movie as MOVIE.orig, then mend it in place
-};
-
 // Mends damaged chunk offsets: in place, in a copy, or (a dry run) in a
 // stand-in. 1 when the movie does not open or a file cannot be written.
 int RunFix(const FixOptions& options);

@@ -42,8 +42,9 @@ std::vector<std::uint8_t> FreeAtomHeader(std::uint64_t size)
 
 } // namespace
 
-QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out)
+QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out, QT::internal::OpenRefusal& outRefusal)
 {
+    outRefusal = {};
     // Refused here, a FIFO or a device never reaches the library's open, which would wait on it.
     if (!RegularFile(path).IsOpen()) return QT::kResultCannotOpen;
     Tessel::File file;
@@ -52,10 +53,11 @@ QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out)
         return QT::kResultCannotOpen;
     out.fileSize = file.SizeOnDisk();
     std::uint32_t size = 0;
-    QT::MovieAtomLoader loader(file, out.fileSize);
-    if (!loader.LoadMovieAtom(*out.atom, size, out.offset) || size < QT::kMinMovieAtomSize)
-        return QT::kResultNotAMovie;
-    return QT::kResultSuccess;
+    QT::RefusalPoint refusal;
+    QT::MovieAtomLoader loader(file, out.fileSize, &refusal);
+    const bool loaded = loader.LoadMovieAtom(*out.atom, size, out.offset) && size >= QT::kMinMovieAtomSize;
+    outRefusal = QT::Explain(refusal);
+    return loaded ? QT::kResultSuccess : QT::kResultNotAMovie;
 }
 
 bool WriteStandIn(const MovieAtomCopy& movie, const std::string& standInPath)

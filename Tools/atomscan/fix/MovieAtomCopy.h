@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/AtomscanTypes.h"
 #include "Src/AtomReader.h"
 #include "Src/QTMooVAtom.h"
@@ -22,8 +23,9 @@ struct MovieAtomCopy {
 };
 
 // 0; kResultCannotOpen when `path` is no regular file that opens for reading;
-// kResultNotAMovie when the loader finds no movie atom that it takes.
-QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out);
+// kResultNotAMovie when the loader finds no movie atom that it takes, with the
+// rule it stopped at in `outRefusal` (reset first).
+QT::ResultCode LoadMovieAtom(const std::string& path, MovieAtomCopy& out, QT::internal::OpenRefusal& outRefusal);
 
 // A new file at `standInPath` that the repair reads as it reads the movie: as
 // large, with the same movie atom at the same offset, a `free` atom over all
