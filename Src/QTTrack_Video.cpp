@@ -621,28 +621,37 @@ ResultCode WalkFrames(const FrameWalk& w, const Offsets offsets, const Sizes siz
         }
         // From here on `perChunk` is not 0: `inRun` lies below a multiple of it.
         const std::uint64_t firstChunk = std::uint64_t{stsc.FirstChunk()} - 1;
-        std::uint32_t chunkInRun = inRun / perChunk;
+        std::uint64_t chunk = firstChunk + inRun / perChunk;
         std::uint32_t inChunk = inRun % perChunk;
         while (stretch != 0) {
             if (added >= maxEntries) return kResultSuccess;
-            const std::uint64_t chunk = firstChunk + chunkInRun;
             // A run that leads past the chunk table places no sample.
             if (chunk >= chunkCount) return kResultNotFound;
-            const std::uint64_t chunkOffset = offsets.At(chunk);
             if (inChunk == 0) sizeBeforeInChunk = 0;
-            const std::uint32_t here = std::min({perChunk - inChunk, stretch, room()});
+            // One loop over the samples of as many chunks as the stretch, the
+            // room and the chunk table allow, so that every chunk it reads lies
+            // in the table; a product below 2^64.
+            const std::uint64_t inTable = (chunkCount - chunk) * perChunk - inChunk;
+            const auto here = static_cast<std::uint32_t>(std::min<std::uint64_t>({inTable, stretch, room()}));
+            std::uint64_t chunkOffset = offsets.At(chunk);
             const std::uint32_t end = sample + here;
             for (; sample != end; ++sample) {
                 const std::uint32_t size = sizes.At(sample);
                 put(sample, chunkOffset + sizeBeforeInChunk, size);
                 sizeBeforeInChunk += size;
+                if (++inChunk == perChunk) {
+                    inChunk = 0;
+                    ++chunk;
+                    // For a sample still to come in this loop only: a sample
+                    // placed after a move to the next entry, not at the start
+                    // of its chunk, follows the sizes summed here.
+                    if (sample + 1 != end) {
+                        chunkOffset = offsets.At(chunk);
+                        sizeBeforeInChunk = 0;
+                    }
+                }
             }
             stretch -= here;
-            inChunk += here;
-            if (inChunk == perChunk) {
-                ++chunkInRun;
-                inChunk = 0;
-            }
         }
     }
     return kResultSuccess;
