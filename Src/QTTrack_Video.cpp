@@ -594,8 +594,8 @@ ResultCode WalkFrames(const FrameWalk& w, const Offsets offsets, const Sizes siz
     // entry's samples per chunk, while it lies among the run's samples. The
     // first sample past a run moves on by one entry and is placed there with
     // the samples per chunk of the entry it came from; a sample that fits in
-    // neither run, or finds no entry left, ends the walk with -1. So the walk
-    // goes by stretches of samples that one entry places with one value.
+    // neither run, or finds no entry left, ends the walk as not found. So the
+    // walk goes by stretches of samples that one entry places with one value.
     StscCursor stsc(w.reader, w.item.mStsc, chunkCount);
     std::uint32_t runFirstSample = 0;
     std::uint32_t sizeBeforeInChunk = 0; // sizes of the samples ahead in the chunk, summed in 32 bits
