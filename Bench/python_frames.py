@@ -2,7 +2,7 @@
 
     PYTHONPATH=build/release/Python /usr/bin/python3 Bench/python_frames.py [frames] [rounds]
 
-Writes the movie of the `video_1m` benchmark (60 fps at 60000, runs of 10 frames
+Writes a movie of a million frames (60 fps at 60000, runs of 10 frames
 of 1000 and 1002 units, a key frame every 60, sizes of 1000 to 2999 bytes, one
 frame per chunk, one edit from the third frame to 40 movie units before the end)
 to a temporary folder, the media data as a hole. Then, in rounds that take the two in turn,

@@ -1,15 +1,39 @@
 #include "Src/QTMooVAtom.h"
 
-#include <new>
+#include <cstdlib>
+
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
 
 namespace QT {
 
+namespace {
+
+constexpr std::size_t kHugePage = std::size_t{2} << 20;
+
+} // namespace
+
+void QTMooVAtom::FreeBytes::operator()(std::uint8_t* bytes) const noexcept { std::free(bytes); }
+
 bool QTMooVAtom::ResizeAtomData(std::uint32_t size)
 {
-    // `new T[n]` without `()` leaves the bytes as the allocator gives them.
-    std::unique_ptr<std::uint8_t[]> data(size != 0 ? new (std::nothrow) std::uint8_t[size] : nullptr);
-    if (size != 0 && !data) return false;
-    mAtomData = std::move(data);
+    // The bytes are left as the allocator gives them: the read fills them.
+    std::uint8_t* bytes = nullptr;
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+    // A copy of a huge page or more asks for huge pages over its whole ones:
+    // the read that fills it then takes a page fault per 2 MiB instead of per
+    // 4 KiB, which is most of a first open's time. The rest of the block,
+    // up to the next huge page, is never touched and so takes no memory.
+    if (size >= kHugePage) {
+        const std::size_t rounded = (std::size_t{size} + kHugePage - 1) & ~(kHugePage - 1);
+        bytes = static_cast<std::uint8_t*>(std::aligned_alloc(kHugePage, rounded));
+        if (bytes) ::madvise(bytes, size & ~(kHugePage - 1), MADV_HUGEPAGE);
+    }
+#endif
+    if (!bytes && size != 0) bytes = static_cast<std::uint8_t*>(std::malloc(size));
+    if (size != 0 && !bytes) return false;
+    mAtomData.reset(bytes);
     mAtomSize = size;
     return true;
 }

@@ -75,7 +75,10 @@ public:
                MetadataMap inMetadata);
 
 private:
-    std::unique_ptr<std::uint8_t[]> mAtomData;
+    struct FreeBytes {
+        void operator()(std::uint8_t* bytes) const noexcept;
+    };
+    std::unique_ptr<std::uint8_t, FreeBytes> mAtomData;
     std::uint32_t mAtomSize = 0;
     AtomPtr mMvhd;
     std::vector<TrackItem> mTracks;

@@ -448,6 +448,223 @@ std::uint32_t SamplesInChunks(StscCursor stsc, std::uint32_t chunkCount, std::ui
 // The low 8 bits of a 32-bit difference of display indices.
 std::int8_t Low8(std::uint32_t difference) { return static_cast<std::int8_t>(static_cast<std::uint8_t>(difference)); }
 
+// The frame table's duration of each sample, in walk order: a sample past its
+// `stts` entry moves on by exactly one entry and takes that entry's duration,
+// whatever the entry's count, so an entry of count 0 still gives its duration
+// to one sample; past the last entry the last duration stays. `mLeft` counts
+// the samples that stay on the current entry, so a sample costs a decrement.
+class FrameDurations {
+public:
+    FrameDurations(const AtomReader& reader, AtomPtr stts)
+        : mStts(reader, stts), mLeft(mStts.Count()), mDuration(mStts.AtEnd() ? 0 : mStts.Duration()) {}
+
+    std::uint32_t Next(std::uint32_t sample)
+    {
+        if (mLeft == 0) Advance(sample);
+        --mLeft;
+        return mDuration;
+    }
+
+private:
+    void Advance(std::uint32_t sample)
+    {
+        mStts.Next();
+        if (!mStts.AtEnd()) mDuration = mStts.Duration();
+        // `sample` itself, and the later ones before the entry's end.
+        const std::uint64_t end = mStts.FirstSample() + mStts.Count();
+        mLeft = end > sample ? end - sample : 1;
+    }
+
+    SttsCursor mStts;
+    std::uint64_t mLeft;
+    std::uint32_t mDuration;
+};
+
+// Whether each sample, in walk order, is a sync sample. Without `stss` every
+// one is; with it, a sample is when it is the next entry less 1, which then
+// moves on. A present `stss` without entries marks the first sample only.
+class SyncMarks {
+public:
+    SyncMarks(const AtomReader& reader, AtomPtr stss)
+        : mSync(reader, stss), mAll(!stss), mNext(mSync.Count() > 0 ? mSync.At(0) - 1 : 0) {}
+
+    bool Next(std::uint32_t sample)
+    {
+        const bool hit = sample == mNext;
+        if (hit && ++mPosition < mSync.Count()) mNext = mSync.At(mPosition) - 1;
+        return hit || mAll;
+    }
+
+private:
+    SyncSamples mSync;
+    bool mAll;
+    std::uint32_t mNext;
+    std::uint32_t mPosition = 0;
+};
+
+// Chunk offsets and sample sizes, each read inside its proven extent; the
+// walk is made once for each width and each kind of size, so that neither
+// is decided again per sample.
+struct NarrowOffsets {
+    TableExtent<4> entries;
+    std::uint64_t At(std::uint64_t chunk) const { return entries.U32(chunk); }
+};
+struct WideOffsets {
+    TableExtent<8> entries;
+    std::uint64_t At(std::uint64_t chunk) const { return entries.U64(chunk); }
+};
+struct ConstantSizes {
+    std::uint32_t size;
+    std::uint32_t At(std::uint32_t) const { return size; }
+};
+struct TableSizes {
+    TableExtent<4> entries;
+    std::uint32_t At(std::uint32_t sample) const { return entries.U32(sample); }
+};
+
+// What the walk needs besides the tables it reads through `Offsets` and `Sizes`.
+struct FrameWalk {
+    const AtomReader& reader;
+    const TrackItem& item;
+    std::uint32_t sampleCount;
+    std::uint32_t chunkCount;
+    bool direct;
+    std::uint32_t maxEntries;
+    // The edit: samples from `editFirstSample` on, while the media time is
+    // below `editEnd`, the first one cut to `editFirstSampleDuration` when
+    // that is not 0, the last one cut at `editEnd`. Without the edit:
+    // everything, with `editEnd` beyond any sum of two 32-bit numbers.
+    std::uint32_t editFirstSample;
+    std::uint32_t editFirstSampleDuration;
+    std::uint64_t editEnd;
+};
+
+// One pass over the samples in ascending order: the direct form takes chunk i
+// for sample i; otherwise the runs of `stsc` are walked chunk by chunk, each
+// chunk's offset read once and the sizes ahead in it added up as the walk
+// goes. Each record is written once, behind what the table holds.
+template <class Offsets, class Sizes>
+ResultCode WalkFrames(const FrameWalk& w, const Offsets offsets, const Sizes sizes,
+                      std::vector<VideoSampleRecord>& outTable)
+{
+    // The numbers in locals: the stores into the table cannot change them.
+    const std::uint32_t sampleCount = w.sampleCount;
+    const std::uint32_t chunkCount = w.chunkCount;
+    const std::uint32_t maxEntries = w.maxEntries;
+    const std::uint32_t editFirstSample = w.editFirstSample;
+    // The sample whose duration the edit replaces; none (2^32) when it replaces none.
+    const std::uint64_t editCutSample =
+        w.editFirstSampleDuration != 0 ? editFirstSample : std::uint64_t{1} << 32;
+    const std::uint32_t editFirstSampleDuration = w.editFirstSampleDuration;
+    const std::uint64_t editEnd = w.editEnd;
+    SyncMarks sync(w.reader, w.item.mStss);
+    FrameDurations durations(w.reader, w.item.mStts);
+    std::uint32_t mediaTime = 0;
+    std::uint32_t outputTime = 0;
+    std::uint32_t added = 0;
+    // Sample `sample` at `offset` of `size` bytes: a record if the edit shows it.
+    auto put = [&](std::uint32_t sample, std::uint64_t offset, std::uint32_t size) {
+        const bool key = sync.Next(sample);
+        std::uint32_t duration = durations.Next(sample);
+        if (sample >= editFirstSample && mediaTime < editEnd) {
+            if (sample == editCutSample) {
+                duration = editFirstSampleDuration;
+            } else if (std::uint64_t{duration} + mediaTime > editEnd) {
+                duration = static_cast<std::uint32_t>(editEnd - mediaTime);
+            }
+            outTable.push_back(VideoSampleRecord{offset, duration, outputTime, size, key});
+            ++added;
+            outputTime += duration;
+        }
+        mediaTime += duration;
+    };
+    // No more samples at a time than records the call may still add: each
+    // sample adds one at most, so the limit is looked at per stretch.
+    auto room = [&] { return maxEntries - added; };
+
+    if (w.direct) {
+        for (std::uint32_t sample = 0; sample < sampleCount && added < maxEntries;) {
+            const std::uint32_t end = sample + std::min(sampleCount - sample, room());
+            for (; sample != end; ++sample) put(sample, offsets.At(sample), sizes.At(sample));
+        }
+        return kResultSuccess;
+    }
+
+    // The runs. A sample is placed in the run of the current entry, with that
+    // entry's samples per chunk, while it lies among the run's samples. The
+    // first sample past a run moves on by one entry and is placed there with
+    // the samples per chunk of the entry it came from; a sample that fits in
+    // neither run, or finds no entry left, ends the walk as not found. So the
+    // walk goes by stretches of samples that one entry places with one value.
+    StscCursor stsc(w.reader, w.item.mStsc, chunkCount);
+    std::uint32_t runFirstSample = 0;
+    std::uint32_t sizeBeforeInChunk = 0; // sizes of the samples ahead in the chunk, summed in 32 bits
+    auto runSamples = [&](std::uint32_t perChunk) {
+        return perChunk * stsc.RunChunks(std::uint64_t{stsc.FirstChunk()} - 1);
+    };
+    std::uint32_t sample = 0;
+    while (sample < sampleCount) {
+        if (added >= maxEntries) return kResultSuccess;
+        if (stsc.AtEnd()) return kResultNotFound;
+        const std::uint32_t perChunk = stsc.SamplesPerChunk();
+        std::uint32_t inRun = sample - runFirstSample;
+        std::uint32_t stretch = 0;
+        if (const std::uint32_t samples = runSamples(perChunk); inRun < samples) {
+            stretch = std::min(samples - inRun, sampleCount - sample);
+        } else {
+            if (stsc.IsLast()) return kResultNotFound;
+            runFirstSample += samples;
+            stsc.Next();
+            inRun = sample - runFirstSample;
+            if (inRun >= runSamples(perChunk)) return kResultNotFound;
+            stretch = 1; // the next sample reads the samples per chunk of this entry
+        }
+        // From here on `perChunk` is not 0: `inRun` lies below a multiple of it.
+        const std::uint64_t firstChunk = std::uint64_t{stsc.FirstChunk()} - 1;
+        std::uint64_t chunk = firstChunk + inRun / perChunk;
+        std::uint32_t inChunk = inRun % perChunk;
+        while (stretch != 0) {
+            if (added >= maxEntries) return kResultSuccess;
+            // A run that leads past the chunk table places no sample.
+            if (chunk >= chunkCount) return kResultNotFound;
+            if (inChunk == 0) sizeBeforeInChunk = 0;
+            // One loop over the samples of as many chunks as the stretch, the
+            // room and the chunk table allow, so that every chunk it reads lies
+            // in the table; a product below 2^64.
+            const std::uint64_t inTable = (chunkCount - chunk) * perChunk - inChunk;
+            const auto here = static_cast<std::uint32_t>(std::min<std::uint64_t>({inTable, stretch, room()}));
+            std::uint64_t chunkOffset = offsets.At(chunk);
+            const std::uint32_t end = sample + here;
+            for (; sample != end; ++sample) {
+                const std::uint32_t size = sizes.At(sample);
+                put(sample, chunkOffset + sizeBeforeInChunk, size);
+                sizeBeforeInChunk += size;
+                if (++inChunk == perChunk) {
+                    inChunk = 0;
+                    ++chunk;
+                    // For a sample still to come in this loop only: a sample
+                    // placed after a move to the next entry, not at the start
+                    // of its chunk, follows the sizes summed here.
+                    if (sample + 1 != end) {
+                        chunkOffset = offsets.At(chunk);
+                        sizeBeforeInChunk = 0;
+                    }
+                }
+            }
+            stretch -= here;
+        }
+    }
+    return kResultSuccess;
+}
+
+template <class Offsets>
+ResultCode WalkFramesWithSizes(const FrameWalk& w, const Offsets offsets, const SampleSizes& sizes,
+                               std::vector<VideoSampleRecord>& outTable)
+{
+    if (sizes.Constant() != 0) return WalkFrames(w, offsets, ConstantSizes{sizes.Constant()}, outTable);
+    return WalkFrames(w, offsets, TableSizes{sizes.Entries()}, outTable);
+}
+
 } // namespace
 
 ResultCode QTTrack::MakeFullVideoSampleTable(bool sortByTime, bool ignoreEdits, std::vector<VideoSampleRecord>& outTable)
@@ -471,12 +688,12 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     // Sizes whose entries would lie beyond their atom or the copy count as missing.
     if (sizes.Count() < sampleCount || sizes.KnownCount() < sampleCount) return kResultBadSampleTables;
 
-    StscCursor stsc(reader, item.mStsc, chunkCount);
+    const StscCursor stsc(reader, item.mStsc, chunkCount);
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
     // as many chunks as samples. The samples per chunk are not looked at.
     const bool oneEntry = reader.U32Or(item.mStsc.Field(12)) == 1 && stsc.EntryCount() == 1;
-    // With sizes of their own, the walk by runs below gives the same places
-    // when the one entry starts at chunk 1 with one sample per chunk and the
+    // With sizes of their own, the walk by runs gives the same places when
+    // the one entry starts at chunk 1 with one sample per chunk and the
     // chunks reach every sample: sample i is then chunk i, at its start.
     const bool direct = oneEntry && ((sizes.Constant() != 0 && chunkCount == sampleCount) ||
                                      (stsc.FirstChunk() == 1 && stsc.SamplesPerChunk() == 1 &&
@@ -491,125 +708,18 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const std::uint32_t described = direct ? sampleCount : SamplesInChunks(stsc, chunkCount, sampleCount);
     outTable.reserve(outTable.size() + std::min(maxEntries, described));
 
-    // The edit numbers in locals: the stores into the table cannot change them.
-    const std::uint32_t editEnd = mEditMediaTime + mEditDuration;
-    const std::uint32_t editFirstSample = mEditFirstSample;
-    const std::uint32_t editFirstSampleDuration = mEditFirstSampleDuration;
-
-    // Sync samples, numbered from 1. A present `stss` without entries marks
-    // the first sample only.
-    const bool hasSync = static_cast<bool>(item.mStss);
-    const SyncSamples sync(reader, item.mStss);
-    std::uint32_t syncPosition = 0;
-    std::uint32_t nextSync = sync.Count() > 0 ? sync.At(0) - 1 : 0;
-
-    SttsCursor stts(reader, item.mStts);
-    std::uint32_t storedDuration = stts.AtEnd() ? 0 : stts.Duration();
-    std::uint32_t sttsCount = stts.Count(); // of the current entry, read once per entry
-    std::uint32_t runFirstSample = 0;
-    std::uint32_t sizeBeforeInChunk = 0; // sizes of the samples ahead in the chunk, summed in 32 bits
-    // The previous sample's place in its run: chunk of the run and place in
-    // the chunk, with the samples per chunk they were counted by. The next
-    // sample of the same run moves on by one instead of dividing again.
-    std::uint32_t chunkInRun = 0, inChunk = 0, placedPerChunk = 0;
-    bool placed = false;
-    // Samples of the current run, as last worked out, for the entry and the
-    // samples per chunk they were worked out with.
-    std::uint32_t runEntry = 0, runPerChunk = 0, runSamplesKnown = 0;
-    bool runKnown = false;
-    std::uint64_t baseChunk = std::numeric_limits<std::uint64_t>::max(), chunkBase = 0;
-    std::uint32_t mediaTime = 0;
-    std::uint32_t outputTime = 0;
-    std::uint32_t added = 0;
-
-    for (std::uint32_t sample = 0; sample < sampleCount; ++sample) {
-        if (added >= maxEntries) break;
-        VideoSampleRecord record;
-
-        if (!hasSync) {
-            record.mIsKeyFrame = true;
-        } else if (nextSync == sample) {
-            record.mIsKeyFrame = true;
-            if (++syncPosition < sync.Count()) nextSync = sync.At(syncPosition) - 1;
-        }
-
-        record.mSize = sizes.SizeOf(sample);
-
-        // A sample past the current `stts` entry moves on by one entry.
-        if (sample - stts.FirstSample() >= sttsCount) {
-            stts.Next();
-            sttsCount = stts.Count();
-            if (!stts.AtEnd()) storedDuration = stts.Duration();
-        }
-
-        if (direct) {
-            record.mOffset = chunks.GetEntry(sample);
-        } else {
-            if (stsc.AtEnd()) return kResultNotFound;
-            // Read once for the sample, and kept across a move to the next run.
-            const std::uint32_t perChunk = stsc.SamplesPerChunk();
-            int moves = 0;
-            for (;; ++moves) {
-                if (!runKnown || runEntry != stsc.Entry() || runPerChunk != perChunk) {
-                    const std::uint32_t runChunks = stsc.RunChunks(std::uint64_t{stsc.FirstChunk()} - 1);
-                    runSamplesKnown = perChunk * runChunks;
-                    runEntry = stsc.Entry();
-                    runPerChunk = perChunk;
-                    runKnown = true;
-                }
-                const std::uint32_t runSamples = runSamplesKnown;
-                if (sample - runFirstSample < runSamples) break;
-                // One move to the next run is allowed for a sample: a run
-                // without samples between two others ends the walk.
-                if (moves == 1 || stsc.IsLast()) return kResultNotFound;
-                runFirstSample += runSamples;
-                stsc.Next();
-            }
-            if (placed && moves == 0 && perChunk == placedPerChunk) {
-                if (++inChunk == perChunk) {
-                    inChunk = 0;
-                    ++chunkInRun;
-                }
-            } else {
-                const std::uint32_t withinRun = sample - runFirstSample;
-                chunkInRun = withinRun / perChunk;
-                inChunk = withinRun % perChunk;
-                placedPerChunk = perChunk;
-                placed = true;
-            }
-            const std::uint64_t chunk = std::uint64_t{stsc.FirstChunk()} - 1 + chunkInRun;
-            // A run that leads past the chunk table places no sample.
-            if (chunk >= chunkCount) return kResultNotFound;
-            if (inChunk == 0) sizeBeforeInChunk = 0;
-            // Read once per chunk.
-            if (chunk != baseChunk) {
-                chunkBase = chunks.GetEntry(chunk);
-                baseChunk = chunk;
-            }
-            record.mOffset = chunkBase + sizeBeforeInChunk;
-            sizeBeforeInChunk += record.mSize;
-        }
-
-        std::uint32_t duration = storedDuration;
-        bool shown = true;
-        if (!ignoreEdits) {
-            if (sample < editFirstSample || mediaTime >= editEnd) {
-                shown = false;
-            } else if (editFirstSampleDuration != 0 && sample == editFirstSample) {
-                duration = editFirstSampleDuration;
-            } else if (std::uint64_t{duration} + mediaTime > editEnd) {
-                duration = editEnd - mediaTime;
-            }
-        }
-        if (shown) {
-            record.mDuration = duration;
-            record.mTime = outputTime;
-            outTable.push_back(record);
-            ++added;
-            outputTime += duration;
-        }
-        mediaTime += duration;
-    }
+    const FrameWalk walk{reader,
+                         item,
+                         sampleCount,
+                         chunkCount,
+                         direct,
+                         maxEntries,
+                         ignoreEdits ? 0 : mEditFirstSample,
+                         ignoreEdits ? 0 : mEditFirstSampleDuration,
+                         ignoreEdits ? std::uint64_t{1} << 33 : std::uint32_t{mEditMediaTime + mEditDuration}};
+    const ResultCode result = chunks.IsWide() ? WalkFramesWithSizes(walk, WideOffsets{item.mCo64Entries}, sizes, outTable)
+                                              : WalkFramesWithSizes(walk, NarrowOffsets{item.mStcoEntries}, sizes, outTable);
+    if (result != kResultSuccess) return result;
 
     if (sortByTime) {
         std::sort(outTable.begin(), outTable.end(),

@@ -116,6 +116,8 @@ public:
     std::uint32_t KnownCount() const { return mConstant != 0 ? mCount : mEntries.Count(); }
     // The size of `sample`, which is below KnownCount().
     std::uint32_t SizeOf(std::uint64_t sample) const { return mConstant != 0 ? mConstant : mEntries.U32(sample); }
+    // The sizes of the table, for a walk that has told the constant apart once.
+    const TableExtent<4>& Entries() const { return mEntries; }
 
 private:
     std::uint32_t mConstant;
