@@ -12,25 +12,6 @@ using namespace testsupport;
 
 namespace {
 
-struct Item { std::int32_t keyIndex; std::uint32_t dataType; Bytes value; };
-
-Atom Keys(const std::vector<std::string>& keys, std::optional<std::int32_t> count = {})
-{
-    ByteWriter w;
-    w.U32(0).U32(count.value_or(keys.size()));
-    for (const std::string& k : keys) w.U32(8 + k.size()).Code("mdta").Text(k);
-    return Atom("keys", w.Take());
-}
-
-Atom Ilst(const std::vector<Item>& items)
-{
-    ByteWriter w;
-    for (const Item& i : items)
-        w.U32(24 + i.value.size()).U32(i.keyIndex).U32(16 + i.value.size()).Code("data").U32(i.dataType).U32(0)
-            .Raw(i.value);
-    return Atom("ilst", w.Take());
-}
-
 Atom Meta(std::vector<Atom> children) { return Atom("meta", std::move(children)); }
 Atom Hdlr() { return Atom("hdlr", HdlrPayload("mdta")); }
 // One item for key 1 or one key entry, with the sizes as given.
@@ -61,7 +42,7 @@ std::string Lookup(const Atom& meta, const std::string& key)
 
 TEST(Metadata, ValuesOfKeys)
 {
-    const Item item{1, 1, {'v'}};
+    const MetadataItem item{1, 1, {'v'}};
     Atom versioned = Meta({Hdlr(), Keys({"k"}), Ilst({item})});
     versioned.payload = {0, 0, 0, 0}; // the version word of the other layout
     // Items for key 0 and 9 match nothing; of two items for key 2 the first

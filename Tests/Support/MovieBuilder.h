@@ -1,11 +1,13 @@
 // Builds movie files atom by atom, so each test makes exactly the movie it needs.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
-#include <array>
 #include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -18,15 +20,15 @@ using Bytes = std::vector<std::uint8_t>;
 // Big-endian byte writer.
 class ByteWriter {
 public:
-    ByteWriter& U8(std::uint32_t v);
-    ByteWriter& U16(std::uint32_t v);
-    ByteWriter& U32(std::uint32_t v);
-    ByteWriter& U64(std::uint64_t v);
+    ByteWriter& U8(std::uint32_t v) { mBytes.push_back(static_cast<std::uint8_t>(v)); return *this; }
+    ByteWriter& U16(std::uint32_t v) { return U8(v >> 8).U8(v); }
+    ByteWriter& U32(std::uint32_t v) { return U16(v >> 16).U16(v); }
+    ByteWriter& U64(std::uint64_t v) { return U32(static_cast<std::uint32_t>(v >> 32)).U32(static_cast<std::uint32_t>(v)); }
     ByteWriter& F64(double v);
     ByteWriter& Code(const char* fourcc); // four characters
-    ByteWriter& Raw(const Bytes& b);
-    ByteWriter& Text(const std::string& s);
-    ByteWriter& Zeros(std::size_t n);
+    ByteWriter& Raw(const Bytes& b) { mBytes.insert(mBytes.end(), b.begin(), b.end()); return *this; }
+    ByteWriter& Text(const std::string& s) { return Raw(Bytes(s.begin(), s.end())); }
+    ByteWriter& Zeros(std::size_t n) { return Raw(Bytes(n, 0)); }
     const Bytes& Get() const { return mBytes; }
     Bytes Take() { return std::move(mBytes); }
     operator Bytes() const { return mBytes; }
@@ -51,26 +53,29 @@ struct Atom {
     Bytes Serialize() const;
 };
 
-// Common atoms, version 0.
-Bytes MvhdPayload(std::uint32_t timeScale, std::uint32_t duration, std::uint32_t posterTime = 0);
-// `matrix`: a, b, u, c, d, v, x, y, w; identity when empty.
-Bytes TkhdPayload(std::uint32_t flags, std::uint32_t duration, std::int32_t width16_16, std::int32_t height16_16,
-                  std::vector<std::uint32_t> matrix = {});
-Bytes MdhdPayload(std::uint32_t timeScale, std::uint32_t duration);
-Bytes HdlrPayload(const char* subtype, const char* componentType = "mhlr");
-Atom Elst(const std::vector<std::array<std::uint32_t, 3>>& edits); // duration, media time, rate
-Atom Stts(const std::vector<std::pair<std::uint32_t, std::uint32_t>>& entries); // count, duration
-Atom Stsc(const std::vector<std::array<std::uint32_t, 3>>& entries); // first chunk, samples per chunk, desc id
+// A table atom: version and flags 0, the entry count, then each entry's fields
+// (a number, or a pair or array of them), 64-bit ones in 8 bytes, others in 4.
+template <class Row> Atom Table(const char* type, const std::vector<Row>& rows)
+{
+    ByteWriter w;
+    w.U32(0).U32(static_cast<std::uint32_t>(rows.size()));
+    const auto put = [&w](auto v) { sizeof v == 8 ? w.U64(v) : w.U32(static_cast<std::uint32_t>(v)); };
+    for (const Row& r : rows) {
+        if constexpr (std::is_arithmetic_v<Row>) put(r);
+        else std::apply([&](auto... v) { (put(v), ...); }, r);
+    }
+    return Atom(type, w.Take());
+}
+inline Atom Stco(const std::vector<std::uint32_t>& offsets) { return Table("stco", offsets); }
+inline Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries) { return Table("ctts", entries); }
+// `sdtp` with one flag byte per sample.
+inline Atom Sdtp(const Bytes& flags) { return Atom("sdtp", ByteWriter().U32(0).Raw(flags)); }
 Atom Stsz(std::uint32_t constantSize, const std::vector<std::uint32_t>& sizes, std::optional<std::uint32_t> count = {});
-Atom Stco(const std::vector<std::uint32_t>& offsets);
-Atom Co64(const std::vector<std::uint64_t>& offsets);
-Atom Stss(const std::vector<std::uint32_t>& syncSamples);
 // `stsd` with the given descriptions (each a whole description, size field included).
 Atom Stsd(const std::vector<Bytes>& descriptions);
 // A description: size, format, 6 reserved bytes, data reference index 1, then `body`.
 Bytes SampleDescription(const char* format, const Bytes& body);
-// `dinf` with one self-contained `alis` reference.
-Atom SelfContainedDinf();
+Bytes HdlrPayload(const char* subtype);
 
 // An image description: the fixed part of 86 bytes, then `extensions`.
 struct ImageDescriptionPlan {
@@ -78,20 +83,20 @@ struct ImageDescriptionPlan {
     std::string vendor = "appl";
     std::uint32_t temporalQuality = 0, spatialQuality = 0;
     std::uint16_t width = 320, height = 240;
-    std::uint32_t horizontalResolution = 0x480000, verticalResolution = 0x480000;
     std::uint32_t dataSize = 0;
-    std::uint16_t frameCount = 1;
-    std::string name{};                      // written with its length byte
+    std::string name{};                       // written with its length byte
     std::optional<std::uint8_t> nameLength{}; // replaces the length byte
     std::uint16_t depth = 24;
     std::uint16_t colorTableId = 0xffff;
-    Bytes extensions{};                      // extension atoms, as bytes
-    std::optional<std::uint32_t> size{};     // replaces the size field
+    Bytes extensions{};                       // extension atoms, as bytes
+    std::optional<std::uint32_t> size{};      // replaces the size field
 };
 Bytes ImageDescription(const ImageDescriptionPlan& plan);
-// `sdtp` with one flag byte per sample; `ctts` with sample count, offset pairs.
-Atom Sdtp(const Bytes& flags);
-Atom Ctts(const std::vector<std::pair<std::uint32_t, std::int32_t>>& entries);
+
+// Key/value metadata: `keys` (the count may be set apart from them) and `ilst` items.
+struct MetadataItem { std::int32_t keyIndex; std::uint32_t dataType; Bytes value; };
+Atom Keys(const std::vector<std::string>& keys, std::optional<std::int32_t> count = {});
+Atom Ilst(const std::vector<MetadataItem>& items);
 
 // A track, described by its parts. Tables default to one sample in one chunk.
 struct TrackPlan {
@@ -99,37 +104,30 @@ struct TrackPlan {
     std::uint32_t flags = 1; // enabled
     std::uint32_t duration = 100;
     std::int32_t width = 0, height = 0; // whole pixels
-    std::vector<std::uint32_t> matrix;
     std::uint32_t mediaTimeScale = 600;
     std::uint32_t mediaDuration = 100;
-    std::optional<std::vector<std::array<std::uint32_t, 3>>> edits; // with `edts` when set
+    std::optional<std::vector<std::array<std::uint32_t, 3>>> edits; // duration, media time, rate; with `edts` when set
     std::vector<Bytes> descriptions;
-    std::vector<std::pair<std::uint32_t, std::uint32_t>> stts = {{1, 100}};
-    std::vector<std::array<std::uint32_t, 3>> stsc = {{1, 1, 1}};
+    std::vector<std::pair<std::uint32_t, std::uint32_t>> stts = {{1, 100}}; // count, duration
+    std::vector<std::array<std::uint32_t, 3>> stsc = {{1, 1, 1}};           // first chunk, samples per chunk, id
     std::uint32_t stszConstant = 0;
     std::vector<std::uint32_t> stszSizes = {10};
     std::vector<std::uint32_t> stco = {0};
     std::optional<std::vector<std::uint64_t>> co64; // replaces `stco` when set
     std::optional<std::vector<std::uint32_t>> stss;
-    std::vector<Atom> extraStbl;        // more children of `stbl` (sdtp, ctts, ...)
-    std::vector<Atom> replaceStbl;      // each replaces the built child of `stbl` of its type
-    std::vector<Atom> extraTrak;        // children of `trak` behind `mdia` (udta, ...)
-    std::vector<Atom> beforeMdia;       // children of `trak` between `tkhd` and `mdia` (tapt, ...)
-    std::optional<Atom> dinf;           // replaces the self-contained `dinf`
-    std::optional<Atom> mediaHeader;    // replaces `vmhd`/`smhd`/`gmhd`
+    std::vector<Atom> extraStbl;            // more children of `stbl` (sdtp, ctts, ...)
+    std::vector<Atom> replaceStbl;          // each replaces the built child of `stbl` of its type
+    std::optional<Atom> dinf;               // replaces the self-contained `dinf`
     std::optional<std::string> hdlrSubtype; // replaces the subtype taken from mediaType
 };
-
 Atom BuildTrak(const TrackPlan& plan);
 
 struct MoviePlan {
     std::uint32_t timeScale = 600;
     std::uint32_t duration = 100;
-    std::uint32_t posterTime = 0;
     std::vector<TrackPlan> tracks = {TrackPlan{}};
     std::vector<Atom> extraMoov; // more children of `moov` behind the tracks (udta, meta, ...)
 };
-
 Atom BuildMoov(const MoviePlan& plan);
 // `ftyp`, the movie atom, and `mdat` with `mdatPayload` behind it.
 Bytes BuildMovieFile(const MoviePlan& plan, const Bytes& mdatPayload = {});
