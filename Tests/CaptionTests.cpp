@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "Tests/Support/Corpus.h"
-#include "Tests/Support/TrackOpener.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 

@@ -6,9 +6,8 @@
 
 #include "Inc/AtomscanInternal.h"
 #include "Inc/IQTMovieFixer.h"
-#include "Tests/Support/Open.h"
 #include "Tests/Support/Corpus.h"
-#include "Tests/Support/TrackOpener.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 namespace fs = std::filesystem;

@@ -6,7 +6,7 @@
 #include <regex>
 
 #include "Tests/Support/Corpus.h"
-#include "Tests/Support/TrackOpener.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 

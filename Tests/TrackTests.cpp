@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Src/QTTrack.h"
-#include "Tests/Support/TrackOpener.h"
+#include "Tests/Support/Open.h"
 
 using namespace testsupport;
 
