@@ -1,11 +1,11 @@
 // Key/value metadata read at the open: integer values by length, which item a
-// key gets, and layouts or entries too short to be read.
+// key gets, and layouts or entries too short to be read. (The corpus movie's
+// `meta` inside `udta` is user data, as its dump shows.)
 #include <chrono>
 #include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
 
 using namespace testsupport;
@@ -73,20 +73,6 @@ TEST(Metadata, ValuesOfKeys)
     const auto start = std::chrono::steady_clock::now();
     for (const auto& [name, meta, key, expected] : cases) EXPECT_EQ(Lookup(meta, key), expected) << name;
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10)); // counts of 2^31 end at once
-}
-
-// This writer puts `meta` inside the movie's `udta`, with a version word: it
-// is user data, not metadata.
-TEST(Metadata, CorpusMetaInsideUserData)
-{
-    Tessel::InterfaceRef<QT::IQTMovie> movie;
-    const QT::String16 path = ToString16(CorpusMovie("meta_mdta_keys").string());
-    ASSERT_EQ(QT::MakeParser()->OpenMovie(path, movie), QT::kResultSuccess);
-    QT::MetadataValue v;
-    EXPECT_FALSE(movie->GetMetadataValue("title", v));
-    Pelt::BinaryData meta;
-    ASSERT_TRUE(movie->GetUserDataByType(QT::MakeFourCC("meta"), meta));
-    EXPECT_EQ(meta.Size(), 355u - 8u);
 }
 
 } // namespace

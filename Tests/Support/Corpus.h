@@ -1,7 +1,6 @@
 // The real movies in the test data, with what an independent parser read from them.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -17,16 +16,6 @@ namespace testsupport {
 inline std::filesystem::path CorpusDir() { return TestDataDir() / "corpus"; }
 
 inline std::filesystem::path CorpusMovie(const std::string& name) { return CorpusDir() / (name + ".mov"); }
-
-// The names of every corpus movie, sorted.
-inline std::vector<std::string> CorpusNames()
-{
-    std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(CorpusDir()))
-        if (entry.path().extension() == ".mov") names.push_back(entry.path().stem().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 // The independent parser's report (streams and packets).
 inline nlohmann::json Probe(const std::string& name)
@@ -58,15 +47,6 @@ inline std::vector<ProbePacket> ProbePackets(const std::string& name, int stream
                        std::stoull(p["pos"].get<std::string>())});
     }
     return out;
-}
-
-// The first stream tag `key` that the independent parser reports, or "".
-inline std::string ProbeTag(const std::string& name, const std::string& key)
-{
-    const nlohmann::json probe = Probe(name);
-    for (const nlohmann::json& stream : probe["streams"])
-        if (stream.contains("tags") && stream["tags"].contains(key)) return stream["tags"][key];
-    return {};
 }
 
 } // namespace testsupport

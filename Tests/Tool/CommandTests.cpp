@@ -3,7 +3,6 @@
 #include <fstream>
 
 #include "Tests/Tool/ToolRunner.h"
-#include "dump/DumpJson.h"
 
 using namespace tooltest;
 

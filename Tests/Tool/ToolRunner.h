@@ -11,6 +11,7 @@
 
 #include "Tests/Support/Corpus.h"
 #include "Tests/Support/DataReferenceBuilder.h"
+#include "dump/DumpJson.h"
 
 namespace tooltest {
 
@@ -47,7 +48,13 @@ inline ToolResult RunTool(std::vector<std::string> args)
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
-inline json Dump(const std::string& path) { return ParseOut(RunTool({"dump", path})); }
+// The document `atomscan dump` prints, made in this process by the library the command is made of.
+inline json Dump(const std::string& path)
+{
+    std::string document;
+    atomscan_tool::WriteDumpJson(path, {}, document);
+    return json::parse(document, nullptr, false);
+}
 
 // A movie whose video and timecode tracks name the clip and whose sound track names the take, on
 // a volume that is not mounted here, so they are looked for beside the movie.
