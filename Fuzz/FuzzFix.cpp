@@ -28,15 +28,15 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> EntryRanges(const QT::Strin
     std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
     QT::OpenedMovie state;
     Tessel::InterfaceRef<QT::IQTMovie> movie;
-    if (QT::OpenMovieFile(path, QT::OpenSettings{1, QT::kFixerGuard}, state, movie) != QT::kResultSuccess) return ranges;
-    const QT::AtomReader reader = state.mStore->Reader();
+    const QT::OpenSettings settings{Tessel::kFileShareRead, QT::kFixerGuard};
+    if (QT::OpenMovieFile(path, settings, state, movie) != QT::kResultSuccess) return ranges;
     for (std::uint32_t i = 0; i < state.mStore->GetTrackCount(); ++i) {
         const QT::TrackItem& item = state.mStore->GetTrackItem(i);
-        for (const auto& [table, width] : {std::pair{item.mStco, 4u}, std::pair{item.mCo64, 8u}}) {
+        const std::uint64_t narrow = item.mStcoEntries.Count() * 4ull, wide = item.mCo64Entries.Count() * 8ull;
+        for (const auto& [table, bytes] : {std::pair{item.mStco, narrow}, std::pair{item.mCo64, wide}}) {
             if (!table) continue;
-            const std::uint64_t first = table.Field(16);
-            const std::uint32_t count = reader.FitCount(first, reader.U32Or(table.Field(12)), width);
-            ranges.emplace_back(state.mMovieAtomOffset + first, state.mMovieAtomOffset + first + std::uint64_t{count} * width);
+            const std::uint64_t first = state.mMovieAtomOffset + table.Field(16);
+            ranges.emplace_back(first, first + bytes);
         }
     }
     return ranges;

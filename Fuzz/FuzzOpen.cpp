@@ -101,7 +101,9 @@ void Timecode(QT::IQTTrack& t, std::int32_t descriptions, const QT::String16& pa
     if (t.GetTimecodeMediaSampleLocation(offset, size) == 0) {
         // Read the sample as a host would, within reason.
         Tessel::File file;
-        if (size <= 64 && file.Create(path, 1, 1, 8, 1, false) >= 0 &&
+        if (size <= 64 &&
+            file.Create(path, Tessel::kFileAccessRead, Tessel::kFileShareRead, Tessel::kFileOpenExisting,
+                        Tessel::kFileAttributesNormal, false) >= 0 &&
             file.SetFilePointer(static_cast<std::int64_t>(offset & 0x7FFFFFFFFFFFFFFFull), Tessel::kFromStart) >= 0) {
             std::uint8_t buffer[64];
             std::uint32_t got = 0;

@@ -10,11 +10,12 @@
 #include "Inc/QTAudioRecords.h"
 #include "Inc/ExternalReferences.h"
 #include "Inc/QTCaption.h"
+#include "Inc/QTTableExtent.h"
 #include "Inc/QTTimecode.h"
 
 namespace QT {
 
-constexpr TesselIID kIID_IQTTrack = {{0xe7, 0xbc, 0x41, 0x7c, 0xa3, 0x8a, 0x60, 0x43, 0xb8, 0xa8, 0x60, 0x1e, 0xd8, 0xe8, 0xa7, 0xca}};
+inline constexpr TesselIID kIID_IQTTrack = {{0xe7, 0xbc, 0x41, 0x7c, 0xa3, 0x8a, 0x60, 0x43, 0xb8, 0xa8, 0x60, 0x1e, 0xd8, 0xe8, 0xa7, 0xca}};
 
 class IQTTrack : public TesselUnknown {
 public:
@@ -160,26 +161,33 @@ public:
     virtual std::uint32_t GetTrackMatrixRotation() = 0;
 };
 
-class AtomReader;
 struct TrackItem;
 
 // Reads a track's chunk offsets from `co64` if the track has one, else `stco`.
 // Lives for one operation of the track, which keeps the copy alive.
 class ChunkOffsetHelper {
 public:
-    ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader);
-    // Contract: entryIdx < mNumEntries. An entry outside the copy reads as 0.
-    // Defined inline in Src/SampleTableCursors.h, beside the other cursors.
-    inline std::uint64_t GetEntry(std::uint64_t entryIdx) const;
+    // The entry count is the table's, as far as its entries lie inside the
+    // table's atom and the copy of the movie atom.
+    explicit ChunkOffsetHelper(const TrackItem& trackItem);
+
+    // The offset in the file of chunk `entryIdx`, counted from 0; a 32-bit
+    // entry is widened with zeros. Contract: entryIdx < mNumEntries.
+    std::uint64_t GetEntry(std::uint64_t entryIdx) const
+    {
+        VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
+        return mIsCo64 ? mWideEntries.U64(entryIdx) : mNarrowEntries.U32(entryIdx);
+    }
     std::uint32_t NumEntries() const { return mNumEntries; }
     bool IsWide() const { return mIsCo64; }
 
 private:
     const TrackItem* mTrackItem;
-    const std::uint8_t* mCopy; // the movie atom copy, read only through AtomReader
-    std::uint32_t mCopySize;
     bool mIsCo64;
     std::uint32_t mNumEntries;
+    // The entries of the table read, taken from the record: one of the two is empty.
+    TableExtent<4> mNarrowEntries;
+    TableExtent<8> mWideEntries;
 };
 
 } // namespace QT

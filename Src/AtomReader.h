@@ -1,9 +1,12 @@
 // The one checked reader of the movie atom copy, and the atom step.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#include "Inc/QTTableExtent.h"
 
 namespace QT {
 
@@ -59,15 +62,13 @@ public:
     [[nodiscard]] bool U32(std::uint64_t offset, std::uint32_t& out) const noexcept
     {
         if (!Has(offset, 4)) return false;
-        const std::uint8_t* p = mData + offset;
-        out = (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
+        out = LoadBigEndian32(mData + offset);
         return true;
     }
     [[nodiscard]] bool U64(std::uint64_t offset, std::uint64_t& out) const noexcept
     {
-        std::uint32_t hi = 0, lo = 0;
-        if (!Has(offset, 8) || !U32(offset, hi) || !U32(offset + 4, lo)) return false;
-        out = (std::uint64_t{hi} << 32) | lo;
+        if (!Has(offset, 8)) return false;
+        out = LoadBigEndian64(mData + offset);
         return true;
     }
     [[nodiscard]] bool S16(std::uint64_t offset, std::int16_t& out) const noexcept
@@ -130,12 +131,21 @@ public:
         return S32(offset, v) ? v : fallback;
     }
 
-    // `count` entries of `entrySize` bytes from `first`, cut to those that lie
-    // inside the copy: a table's stored count is never believed past the copy.
-    std::uint32_t FitCount(std::uint64_t first, std::uint64_t count, std::uint32_t entrySize) const noexcept
+    // The entries of the table in the atom at `atom`: `storedCount` entries of
+    // `Width` bytes from byte `first` of the atom, cut to those that lie inside
+    // both the atom (by its size field) and the copy. The one place where a
+    // table's extent is proven.
+    template <std::uint32_t Width>
+    TableExtent<Width> Table(AtomPtr atom, std::uint32_t first, std::uint64_t storedCount) const noexcept
     {
-        const std::uint64_t room = first < mSize && entrySize ? (mSize - first) / entrySize : 0;
-        return static_cast<std::uint32_t>(count < room ? count : room);
+        std::uint32_t atomSize = 0;
+        if (!atom || !U32(atom.Offset(), atomSize)) return {};
+        const std::uint64_t end = std::min<std::uint64_t>(atom.Field(atomSize), mSize);
+        const std::uint64_t begin = atom.Field(first);
+        const std::uint64_t room = begin < end ? (end - begin) / Width : 0;
+        const std::uint64_t count = std::min(storedCount, room);
+        return TableExtent<Width>(count != 0 ? mData + begin : nullptr, static_cast<std::uint32_t>(count),
+                                  storedCount > room);
     }
 
     // The `count` bytes at `offset`, or null when they are not all inside the copy.

@@ -2,19 +2,6 @@
 
 namespace QT {
 
-namespace {
-
-// Values of the host file layer's share mode flags.
-constexpr int kShareRead = 1;
-constexpr int kShareReadWrite = 3;
-
-} // namespace
-
-ResultCode Atomscan::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IAtomscan, id, out);
-}
-
 ResultCode Atomscan::OpenMovie(String16 path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     return Open(path, outMovie, nullptr);
@@ -29,15 +16,13 @@ ResultCode Atomscan::OpenMovieAndFindAtom(String16 path, Tessel::InterfaceRef<IQ
 
 ResultCode Atomscan::Open(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* find)
 {
-    const OpenSettings settings{find ? kShareRead : kShareReadWrite, kParserGuard};
+    const OpenSettings settings{find ? Tessel::kFileShareRead : Tessel::kFileShareReadWrite, kParserGuard};
     return OpenMovieFile(path, settings, mOpen, outMovie, find);
 }
 
 Tessel::InterfaceRef<IAtomscan> MakeParser()
 {
-    auto local = Tessel::InterfaceRef<Atomscan>::Adopt(new Atomscan());
-    local->AddRef();
-    return HandOut<IAtomscan>(local, kIID_IAtomscan);
+    return HandOut<IAtomscan>(MakeCounted<Atomscan>());
 }
 
 } // namespace QT

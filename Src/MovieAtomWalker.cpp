@@ -219,7 +219,11 @@ bool MovieAtomWalker::WalkTracks()
             cursor = h.next;
         }
 
-        if (complete) mOut.mTracks.push_back(std::move(item));
+        if (complete) {
+            item.mStcoEntries = mReader.Table<4>(item.mStco, 16, mReader.U32Or(item.mStco.Field(12)));
+            item.mCo64Entries = mReader.Table<8>(item.mCo64, 16, mReader.U32Or(item.mCo64.Field(12)));
+            mOut.mTracks.push_back(std::move(item));
+        }
         if (!nextTrak) return complete;
         cursor = *nextTrak + 8;
         if (cursor > mTotal || mTotal - cursor < kTrackRoom) return complete;

@@ -7,11 +7,6 @@ namespace QT {
 
 namespace {
 
-// Values of the host file layer's flag types.
-constexpr int kAccessRead = 1;
-constexpr int kOpenExisting = 8;
-constexpr int kAttributesNormal = 1;
-
 // Walks the store's copy and, when it describes a movie, moves the walk's
 // records into the store.
 bool WalkMovieAtom(QTMooVAtom& store, std::uint32_t guard)
@@ -28,13 +23,13 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
                          Tessel::InterfaceRef<IQTMovie>& outMovie, const TopLevelSearch* search)
 {
     Tessel::File file;
-    auto local = Tessel::InterfaceRef<QTMovie>::Adopt(new QTMovie());
-    local->AddRef();
+    auto local = MakeCounted<QTMovie>();
     state.mStore = CountedPtr<QTMooVAtom>(new QTMooVAtom());
     state.mMovieAtomSize = 0;
     state.mMovieAtomOffset = 0;
 
-    if (file.Create(path, kAccessRead, settings.shareMode, kOpenExisting, kAttributesNormal, false) < 0)
+    if (file.Create(path, Tessel::kFileAccessRead, settings.shareMode, Tessel::kFileOpenExisting,
+                    Tessel::kFileAttributesNormal, false) < 0)
         return kResultCannotOpen;
 
     ResultCode result = kResultNotAMovie;
@@ -42,10 +37,8 @@ ResultCode OpenMovieFile(const String16& path, const OpenSettings& settings, Ope
     MovieAtomLoader loader(file, state.mFileSize);
     if (state.mFileSize >= 8 && loader.LoadMovieAtom(*state.mStore, state.mMovieAtomSize, state.mMovieAtomOffset) &&
         WalkMovieAtom(*state.mStore, settings.guard)) {
-        state.mStore->SetFileSize(state.mFileSize);
-        if (!local) throw Tessel::NullInterfaceException();
         local->SetStore(state.mStore);
-        outMovie = HandOut<IQTMovie>(local, kIID_IQTMovie);
+        outMovie = HandOut<IQTMovie>(std::move(local));
         result = kResultSuccess;
         if (search) search->found = loader.FindTopLevelAtom(search->type, search->offset, search->size);
     }

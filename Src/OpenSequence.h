@@ -32,7 +32,7 @@ struct TopLevelSearch {
 };
 
 struct OpenSettings {
-    int shareMode;       // value of the host file layer's share mode flags
+    Tessel::FileShareModeFlags shareMode;
     std::uint32_t guard; // of every step of the walk
 };
 

@@ -30,6 +30,10 @@ struct TrackItem {
     AtomPtr mMediaHeader;                   // header of the first child of `minf`
     AtomPtr mDinf;                          // header
     AtomPtr mStsd, mStts, mStss, mStsc, mStco, mCo64, mStsz, mSdtp, mCtts; // header
+    // The entries of `stco` and `co64` as far as they lie inside their atoms
+    // and the copy; set by the walk for the tracks it keeps.
+    TableExtent<4> mStcoEntries;
+    TableExtent<8> mCo64Entries;
     std::vector<UserDataEntry> mUserData;
 
     // All atoms that a track needs are there.
@@ -56,10 +60,6 @@ public:
     AtomReader Reader() const { return AtomReader(GetAtomData(), mAtomSize); }
 
     AtomPtr GetMvhd() const { return mMvhd; }
-    // Size of the movie's file at the open. It bounds the tables whose sample
-    // counts nothing in the copy backs.
-    void SetFileSize(std::uint64_t size) { mFileSize = size; }
-    std::uint64_t GetFileSize() const { return mFileSize; }
     std::uint32_t GetTrackCount() const { return static_cast<std::uint32_t>(mTracks.size()); }
     const TrackItem& GetTrackItem(std::uint64_t inIndex) const;
     std::uint32_t GetUserDataCount() const { return static_cast<std::uint32_t>(mUserData.size()); }
@@ -81,7 +81,6 @@ private:
     std::vector<TrackItem> mTracks;
     std::vector<UserDataEntry> mUserData;
     MetadataMap mMetadata;
-    std::uint64_t mFileSize = 0;
 };
 
 } // namespace QT

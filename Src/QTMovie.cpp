@@ -6,11 +6,6 @@
 
 namespace QT {
 
-ResultCode QTMovie::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTMovie, id, out);
-}
-
 std::uint32_t QTMovie::MovieHeaderWord(std::uint32_t position) const
 {
     // `mvhd` is known only to have a good header: a word beyond the copy reads as 0.
@@ -24,11 +19,9 @@ std::uint32_t QTMovie::GetPosterTime() { return MovieHeaderWord(88); }
 Tessel::InterfaceRef<IQTTrack> QTMovie::GetIndTrack(std::uint64_t inWhichTrack)
 {
     VELLUM_CONTRACT(inWhichTrack < GetTrackCount(), "QT::QTMovie::GetIndTrack");
-    auto local = Tessel::InterfaceRef<QTTrack>::Adopt(new QTTrack());
-    local->AddRef();
-    if (!local) throw Tessel::NullInterfaceException();
+    auto local = MakeCounted<QTTrack>();
     local->Initialize(inWhichTrack, mStore, GetTimeScale());
-    return HandOut<IQTTrack>(local, kIID_IQTTrack);
+    return HandOut<IQTTrack>(std::move(local));
 }
 
 void QTMovie::GetBounds(QTRect& outBounds)

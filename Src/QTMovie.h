@@ -8,19 +8,8 @@
 
 namespace QT {
 
-class QTMovie : public IQTMovie {
+class QTMovie : public CountedObject<IQTMovie, kIID_IQTMovie> {
 public:
-    QTMovie() = default;
-
-    void AddRef() override { mRefCount.Add(); }
-    void Release() override
-    {
-        if (mRefCount.Drop()) delete this;
-    }
-    ~QTMovie() override = default;
-    ResultCode QueryInterface(const TesselIID& id, void** out) override;
-    TesselUnknown* GetSelf() override { return this; }
-
     void GetBounds(QTRect& outBounds) override;
     Tessel::InterfaceRef<IQTTrack> GetIndTrack(std::uint64_t inWhichTrack) override;
     std::uint32_t GetTimeScale() override;
@@ -46,8 +35,6 @@ public:
         return mStore->GetChildAtom(inType, outData);
     }
 
-    virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
-
     // Makes `mStore` a further reference to `store`; once, by the open.
     void SetStore(const CountedPtr<QTMooVAtom>& store) { mStore = store; }
 
@@ -55,7 +42,6 @@ private:
     // A word of `mvhd`; 0 when the atom is too short for it.
     std::uint32_t MovieHeaderWord(std::uint32_t position) const;
 
-    RefCount mRefCount;
     CountedPtr<QTMooVAtom> mStore;
 };
 

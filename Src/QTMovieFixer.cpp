@@ -6,29 +6,21 @@ namespace QT {
 
 namespace {
 
-// Values of the host file layer's flag types.
-constexpr int kAccessWrite = 2;
-constexpr int kShareRead = 1;
-constexpr int kShareReadWrite = 3;
-constexpr int kOpenExisting = 8;
-constexpr int kAttributesNormal = 1;
-
 // The chunk offset table of the track being mended, for one repair, read
 // through the track's ChunkOffsetHelper. Entries are read from the copy of the
 // movie atom and written to the file; the copy never changes, so every read
 // gives the value that the file held at the open.
 class ChunkOffsetHelperPrivate {
 public:
-    ChunkOffsetHelperPrivate(const TrackItem& trackItem, const AtomReader& atomData)
-        : mEntries(trackItem, atomData), mTable(mEntries.IsWide() ? trackItem.mCo64 : trackItem.mStco), mNumEntries(0)
+    // A count whose entries would run past the table's atom (or the copy)
+    // says the table itself is broken, which is not the damage mended here:
+    // such a table is left alone.
+    explicit ChunkOffsetHelperPrivate(const TrackItem& trackItem)
+        : mEntries(trackItem), mTable(mEntries.IsWide() ? trackItem.mCo64 : trackItem.mStco),
+          mNumEntries((mEntries.IsWide() ? trackItem.mCo64Entries.IsCut() : trackItem.mStcoEntries.IsCut())
+                          ? 0
+                          : mEntries.NumEntries())
     {
-        // A count whose entries would run past the table's atom (or the copy)
-        // says the table itself is broken, which is not the damage mended
-        // here: such a table is left alone.
-        std::uint32_t atomSize = 0, count = 0;
-        if (atomData.U32(mTable.Field(0), atomSize) && atomData.U32(mTable.Field(12), count) &&
-            count == mEntries.NumEntries() && 16 + std::uint64_t{count} * Width() <= atomSize)
-            mNumEntries = count;
     }
 
     std::uint32_t NumEntries() const { return mNumEntries; }
@@ -56,7 +48,9 @@ public:
         const std::uint64_t position = movieAtomOffset + EntryOffset(entryIdx);
 
         Tessel::File file;
-        if (file.Create(path, kAccessWrite, kShareReadWrite, kOpenExisting, kAttributesNormal, false) < 0) return;
+        if (file.Create(path, Tessel::kFileAccessWrite, Tessel::kFileShareReadWrite, Tessel::kFileOpenExisting,
+                        Tessel::kFileAttributesNormal, false) < 0)
+            return;
         // The entry lies inside the movie atom that was read from this file.
         // Should the file have shrunk since, or the seek fail, nothing is
         // written: a write must neither grow the file nor land elsewhere.
@@ -90,16 +84,11 @@ std::uint64_t MendedOffset(std::uint64_t damaged, std::uint64_t next)
 
 } // namespace
 
-ResultCode QTMovieFixer::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTMovieFixer, id, out);
-}
-
 ResultCode QTMovieFixer::OpenMovie(const String16& path, Tessel::InterfaceRef<IQTMovie>& outMovie)
 {
     // Each open replaces the store and empties the walk's records, so a second
     // FixMovie on this object acts on its own movie alone.
-    return OpenMovieFile(path, OpenSettings{kShareRead, kFixerGuard}, mOpen, outMovie);
+    return OpenMovieFile(path, OpenSettings{Tessel::kFileShareRead, kFixerGuard}, mOpen, outMovie);
 }
 
 std::optional<std::uint32_t> QTMovieFixer::FindEnabledVideoTrack(IQTMovie& movie)
@@ -121,7 +110,7 @@ ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace
     const std::optional<std::uint32_t> chosen = FindEnabledVideoTrack(*movie);
     if (!chosen) return kResultSuccess;
 
-    const ChunkOffsetHelperPrivate table(mOpen.mStore->GetTrackItem(*chosen), mOpen.mStore->Reader());
+    const ChunkOffsetHelperPrivate table(mOpen.mStore->GetTrackItem(*chosen));
     const std::uint32_t numEntries = table.NumEntries();
     if (outPlace) {
         *outPlace = {true, *chosen, table.IsWide(), mOpen.mMovieAtomOffset + table.EntriesOffset(), numEntries};
@@ -139,9 +128,7 @@ ResultCode QTMovieFixer::Repair(const String16& path, internal::RepairTablePlace
 
 Tessel::InterfaceRef<IQTMovieFixer> MakeFixer()
 {
-    auto local = Tessel::InterfaceRef<QTMovieFixer>::Adopt(new QTMovieFixer());
-    local->AddRef();
-    return HandOut<IQTMovieFixer>(local, kIID_IQTMovieFixer);
+    return HandOut<IQTMovieFixer>(MakeCounted<QTMovieFixer>());
 }
 
 namespace internal {
@@ -149,8 +136,7 @@ namespace internal {
 ResultCode FixMovieAndLocate(const String16& path, RepairTablePlace& outPlace)
 {
     outPlace = RepairTablePlace();
-    auto fixer = Tessel::InterfaceRef<QTMovieFixer>(new QTMovieFixer());
-    return fixer->Repair(path, &outPlace);
+    return MakeCounted<QTMovieFixer>()->Repair(path, &outPlace);
 }
 
 } // namespace internal

@@ -34,11 +34,6 @@ constexpr std::uint32_t kMatrixRows[4][7] = {
 
 } // namespace
 
-ResultCode QTTrack::QueryInterface(const TesselIID& id, void** out)
-{
-    return QueryOne(this, kIID_IQTTrack, id, out);
-}
-
 void QTTrack::Initialize(std::uint64_t trackIndex, const CountedPtr<QTMooVAtom>& store, std::uint32_t movieTimeScale)
 {
     mMovieTimeScale = movieTimeScale;
@@ -395,13 +390,13 @@ std::uint32_t QTTrack::GetTrackMatrixRotation()
     return row < 0 ? 0 : static_cast<std::uint32_t>(row);
 }
 
-ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem, const AtomReader& reader)
-    : mTrackItem(&trackItem), mCopy(reader.Bytes(0, reader.Size())), mCopySize(reader.Size()),
-      mIsCo64(static_cast<bool>(trackItem.mCo64)), mNumEntries(0)
+ChunkOffsetHelper::ChunkOffsetHelper(const TrackItem& trackItem)
+    : mTrackItem(&trackItem), mIsCo64(static_cast<bool>(mTrackItem->mCo64)),
+      mNumEntries(mIsCo64 ? mTrackItem->mCo64Entries.Count() : mTrackItem->mStcoEntries.Count())
 {
-    const AtomPtr table = mIsCo64 ? trackItem.mCo64 : trackItem.mStco;
-    // Entries that would lie beyond the copy are not counted.
-    mNumEntries = reader.FitCount(table.Field(16), reader.U32Or(table.Field(12)), mIsCo64 ? 8 : 4);
+    // The walk has proven the entries inside the copy: they are read without a test.
+    if (mIsCo64) mWideEntries = mTrackItem->mCo64Entries;
+    else mNarrowEntries = mTrackItem->mStcoEntries;
 }
 
 } // namespace QT

@@ -12,19 +12,8 @@
 
 namespace QT {
 
-class QTTrack : public IQTTrack {
+class QTTrack : public CountedObject<IQTTrack, kIID_IQTTrack> {
 public:
-    QTTrack() = default;
-
-    void AddRef() override { mRefCount.Add(); }
-    void Release() override
-    {
-        if (mRefCount.Drop()) delete this;
-    }
-    ~QTTrack() override = default;
-    ResultCode QueryInterface(const TesselIID& id, void** out) override;
-    TesselUnknown* GetSelf() override { return this; }
-
     std::uint64_t GetTrackIndex() override { return mTrackIndex; }
     FourCC GetTrackMediaType() override;
     void GetTrackDimensions(QTRect& outRect) override;
@@ -112,8 +101,6 @@ public:
     static bool FindImageDescriptionExtension(const AtomReader& reader, AtomPtr description, FourCC type,
                                               AtomPtr& outPayload, std::uint32_t& outPayloadSize);
 
-    virtual Tessel::InterfaceRef<TesselUnknown> GetSelfRef() { return Tessel::InterfaceRef<TesselUnknown>(GetSelf()); }
-
     // Called once by the movie on a fresh object.
     void Initialize(std::uint64_t trackIndex, const CountedPtr<QTMooVAtom>& store, std::uint32_t movieTimeScale);
 
@@ -144,7 +131,6 @@ private:
     // Which of the four right-angle rows the matrix matches; -1 for none.
     int MatrixRow(bool ignoreW) const;
 
-    RefCount mRefCount;
     std::uint64_t mTrackIndex = 0;
     CountedPtr<QTMooVAtom> mStore;
     std::uint32_t mMovieTimeScale = 0;

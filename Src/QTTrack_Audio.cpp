@@ -406,7 +406,7 @@ ResultCode QTTrack::MakeAudioSampleRangeMap(AudioSampleRangeMap& outMap, bool in
     // One pass over the runs and the chunks. Chunks count from 0 in the order
     // of the runs; no run passes the chunk table, whose count is bounded by
     // the copy, so a hostile run or count cannot lengthen the walk.
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     const std::uint32_t chunkCount = chunks.NumEntries();
     std::uint64_t position = 0; // frame number of the current chunk's first frame
     std::uint64_t chunkIndex = 0;

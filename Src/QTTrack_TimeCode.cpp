@@ -107,7 +107,9 @@ struct CdatCheck {
     {
         probed = true;
         Tessel::File file;
-        if (file.Create(path, 1, 1, 8, 0, false) < 0) return;
+        if (file.Create(path, Tessel::kFileAccessRead, Tessel::kFileShareRead, Tessel::kFileOpenExisting,
+                        Tessel::kFileAttributesNone, false) < 0)
+            return;
         std::uint64_t size = 0;
         if (Tessel::File::SizeOnDisk(path, size) >= 0) fileSize = size;
         if (chunkOffset > size || size - chunkOffset < 8) return;
@@ -202,7 +204,7 @@ std::int32_t QTTrack::GetTimecodeMediaSampleLocation(std::uint64_t& outOffset, s
     const SampleSizes sizes(reader, item.mStsz);
     outSize = sizes.Constant() != 0 ? sizes.Constant() : sizes.KnownCount() != 0 ? sizes.SizeOf(0) : 0;
     // The first sample is taken to stand at the start of the first chunk.
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     if (chunks.NumEntries() == 0) return -1;
     outOffset = chunks.GetEntry(0);
     return 0;
@@ -294,7 +296,7 @@ ResultCode QTTrack::MakeCaptionSampleTable(const String16& path, CaptionSampleMa
         table.emplace_hint(table.end(), keyByOffset ? record.mOffset : record.mTime, record);
     };
 
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     StscCursor stsc(reader, item.mStsc, chunks.NumEntries());
     std::uint64_t sampleIndex = 0;
     for (std::uint32_t c = 0; c < chunks.NumEntries() && sampleIndex < sampleTotal; ++c) {

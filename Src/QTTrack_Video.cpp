@@ -383,12 +383,12 @@ bool QTTrack::VideoTrackHasEarlierDisplayKeyFrames()
 {
     const AtomPtr sdtp = Item().mSdtp;
     if (!sdtp) return false;
-    const AtomReader reader = Reader();
-    const SdtpFlags flags(reader, sdtp);
-    const std::uint8_t* bytes = reader.Bytes(flags.First(), flags.Count());
-    return bytes && std::any_of(bytes, bytes + flags.Count(), [](std::uint8_t f) {
-               return (f & kSdtpEarlierDisplayAllowed) != 0 && (f & kSdtpDependsOnNone) != 0;
-           });
+    const SdtpFlags flags(Reader(), sdtp);
+    for (std::uint32_t i = 0; i < flags.Count(); ++i) {
+        const std::uint8_t f = flags.At(i);
+        if ((f & kSdtpEarlierDisplayAllowed) != 0 && (f & kSdtpDependsOnNone) != 0) return true;
+    }
+    return false;
 }
 
 namespace {
@@ -431,6 +431,20 @@ private:
     std::vector<std::uint32_t> mOutside;
 };
 
+// Samples that the runs of `stsc` can place in the chunk table, up to
+// `limit`: each run's chunks that the table holds, times its samples per chunk.
+std::uint32_t SamplesInChunks(StscCursor stsc, std::uint32_t chunkCount, std::uint32_t limit)
+{
+    std::uint64_t samples = 0;
+    for (; !stsc.AtEnd() && samples < limit; stsc.Next()) {
+        const std::uint64_t firstChunk = std::max<std::uint32_t>(stsc.FirstChunk(), 1) - 1;
+        const std::uint64_t inTable = firstChunk < chunkCount ? chunkCount - firstChunk : 0;
+        const std::uint64_t runChunks = stsc.IsLast() ? inTable : std::min<std::uint64_t>(stsc.RunChunks(0), inTable);
+        samples += runChunks * stsc.SamplesPerChunk();
+    }
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(samples, limit));
+}
+
 // The low 8 bits of a 32-bit difference of display indices.
 std::int8_t Low8(std::uint32_t difference) { return static_cast<std::int8_t>(static_cast<std::uint8_t>(difference)); }
 
@@ -451,21 +465,11 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
 
     const AtomReader reader = Reader();
     const TrackItem& item = Item();
-    const ChunkOffsetHelper chunks(item, reader);
+    const ChunkOffsetHelper chunks(item);
     const std::uint32_t chunkCount = chunks.NumEntries();
     const SampleSizes sizes(reader, item.mStsz);
-    // Sizes whose entries would lie beyond the copy count as missing.
+    // Sizes whose entries would lie beyond their atom or the copy count as missing.
     if (sizes.Count() < sampleCount || sizes.KnownCount() < sampleCount) return kResultBadSampleTables;
-    // With a constant size nothing in the copy backs the sample count: a table
-    // that claims more frames than the file can hold is refused, so a hostile
-    // count cannot demand gigabytes of records.
-    if (sizes.Constant() != 0 && sampleCount > mStore->GetFileSize() / sizes.Constant()) return kResultBadSampleTables;
-
-    // Room for what this call can add, bounded by what the copy backs: a size
-    // entry per sample, or with a constant size the chunks (a table that holds
-    // more samples than chunks grows as it goes).
-    const std::uint32_t backed = sizes.Constant() != 0 ? chunkCount : sampleCount;
-    outTable.reserve(outTable.size() + std::min({sampleCount, maxEntries, backed}));
 
     StscCursor stsc(reader, item.mStsc, chunkCount);
     // Each sample a chunk of its own: one `stsc` entry, a constant size, and
@@ -477,19 +481,27 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
     const bool direct = oneEntry && ((sizes.Constant() != 0 && chunkCount == sampleCount) ||
                                      (stsc.FirstChunk() == 1 && stsc.SamplesPerChunk() == 1 &&
                                       chunkCount >= sampleCount));
+    // Room for what this call can add, as far as the copy describes it: a
+    // chunk for each sample in the direct form, else no more samples than the
+    // runs of `stsc` can place in the chunk table. A sample count that nothing
+    // in the copy backs (with a constant size `stts` alone tells it) thus
+    // reserves nothing beyond that, and records come one by one as the walk
+    // places them: a table costs no more than what is written. The capacity
+    // is raised to this bound rather than to the sample count.
+    const std::uint32_t described = direct ? sampleCount : SamplesInChunks(stsc, chunkCount, sampleCount);
+    outTable.reserve(outTable.size() + std::min(maxEntries, described));
+
     // The edit numbers in locals: the stores into the table cannot change them.
     const std::uint32_t editEnd = mEditMediaTime + mEditDuration;
     const std::uint32_t editFirstSample = mEditFirstSample;
     const std::uint32_t editFirstSampleDuration = mEditFirstSampleDuration;
 
-    // Sync samples, numbered from 1; entries beyond the copy are not counted.
-    // A present `stss` without entries marks the first sample only.
-    const AtomPtr stss = item.mStss;
-    const std::int32_t storedSyncCount = stss ? reader.S32Or(stss.Field(12)) : 0;
-    const std::uint32_t syncCount =
-        storedSyncCount > 0 ? reader.FitCount(stss.Field(16), static_cast<std::uint32_t>(storedSyncCount), 4) : 0;
+    // Sync samples, numbered from 1. A present `stss` without entries marks
+    // the first sample only.
+    const bool hasSync = static_cast<bool>(item.mStss);
+    const SyncSamples sync(reader, item.mStss);
     std::uint32_t syncPosition = 0;
-    std::uint32_t nextSync = syncCount > 0 ? reader.U32Or(stss.Field(16)) - 1 : 0;
+    std::uint32_t nextSync = sync.Count() > 0 ? sync.At(0) - 1 : 0;
 
     SttsCursor stts(reader, item.mStts);
     std::uint32_t storedDuration = stts.AtEnd() ? 0 : stts.Duration();
@@ -514,11 +526,11 @@ ResultCode QTTrack::MakeVideoSampleTable(bool sortByTime, bool ignoreEdits, std:
         if (added >= maxEntries) break;
         VideoSampleRecord record;
 
-        if (!stss) {
+        if (!hasSync) {
             record.mIsKeyFrame = true;
         } else if (nextSync == sample) {
             record.mIsKeyFrame = true;
-            if (++syncPosition < syncCount) nextSync = reader.U32Or(stss.Field(16 + 4ull * syncPosition)) - 1;
+            if (++syncPosition < sync.Count()) nextSync = sync.At(syncPosition) - 1;
         }
 
         record.mSize = sizes.SizeOf(sample);
@@ -623,18 +635,17 @@ ResultCode QTTrack::MakeVideoTemporalReferenceTable(std::vector<VideoTemporalRef
     }
     outTable.resize(sampleCount);
 
-    const std::int32_t frameDuration = reader.S32Or(item.mStts.Field(20));
-    const AtomPtr ctts = item.mCtts;
-    const std::uint32_t entryCount = reader.FitCount(ctts.Field(16), reader.U32Or(ctts.Field(12)), 8);
+    const auto frameDuration = static_cast<std::int32_t>(SttsCursor(reader, item.mStts).Duration());
+    const CttsEntries ctts(reader, item.mCtts);
     SeenIndices seen(sampleCount);
     std::uint32_t decodeIndex = 0;
     std::uint32_t anchor = 0;
     std::uint32_t previousAnchor = 0;
     std::uint32_t placed = 0;
 
-    for (std::uint32_t entry = 0; entry < entryCount; ++entry) {
-        const std::int32_t count = reader.S32Or(ctts.Field(16 + 8ull * entry));
-        const std::int32_t offset = reader.S32Or(ctts.Field(20 + 8ull * entry));
+    for (std::uint32_t entry = 0; entry < ctts.Count(); ++entry) {
+        const std::int32_t count = ctts.SampleCount(entry);
+        const std::int32_t offset = ctts.SampleOffset(entry);
         for (std::int32_t i = 0; i < count; ++i) {
             // No display index can be worked out without a usable frame
             // duration; and a `ctts` that counts more samples than the track
@@ -650,7 +661,7 @@ ResultCode QTTrack::MakeVideoTemporalReferenceTable(std::vector<VideoTemporalRef
                 VideoTemporalReference& record = outTable[display];
                 record.mDecodeOffset = Low8(decodeIndex - display);
                 ++placed;
-                const std::uint8_t f = reader.U8Or(flags.First() + decodeIndex);
+                const std::uint8_t f = flags.At(decodeIndex);
                 outTable[decodeIndex].mDependencyFlags = f;
                 if ((f & kSdtpEarlierDisplayAllowed) && (f & kSdtpDependsOnNone)) {
                     // An anchor without references.

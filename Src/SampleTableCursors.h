@@ -1,10 +1,12 @@
 // Forward-only cursors over the sample tables, shared by every table builder.
-// A table's entry count is believed only as far as its entries lie inside
-// the copy, so no walk runs past the copy or loops on a hostile count.
+// Each cursor proves its table's entries inside the table's atom and the copy
+// once, when it is made (AtomReader::Table): a stored count is believed only
+// that far, and inside that extent the reads carry no test, so no walk runs
+// past the copy, loops on a hostile count or tests a bound per sample.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
+#include <limits>
 
 #include "Inc/QTTrack.h"
 #include "Src/AtomReader.h"
@@ -15,27 +17,37 @@ namespace QT {
 // `stts`: runs of samples of one duration.
 class SttsCursor {
 public:
-    SttsCursor(const AtomReader& reader, AtomPtr stts)
-        : mReader(reader), mStts(stts), mEntryCount(reader.FitCount(stts.Field(16), reader.U32Or(stts.Field(12)), 8)) {}
+    SttsCursor(const AtomReader& reader, AtomPtr stts) : mEntries(reader.Table<8>(stts, 16, reader.U32Or(stts.Field(12))))
+    {
+        Load();
+    }
 
-    std::uint32_t EntryCount() const { return mEntryCount; }
-    bool AtEnd() const { return mEntry >= mEntryCount; }
-    // The current entry.
-    std::uint32_t Count() const { return mReader.U32Or(mStts.Field(16 + 8ull * mEntry)); }
-    std::uint32_t Duration() const { return mReader.U32Or(mStts.Field(20 + 8ull * mEntry)); }
+    std::uint32_t EntryCount() const { return mEntries.Count(); }
+    bool AtEnd() const { return mEntry >= mEntries.Count(); }
+    // The current entry; 0 and 0 past the last.
+    std::uint32_t Count() const { return mCount; }
+    std::uint32_t Duration() const { return mDuration; }
     // Index of the first sample of the current entry, at 64 bits.
     std::uint64_t FirstSample() const { return mFirstSample; }
     void Next()
     {
-        mFirstSample += Count();
+        mFirstSample += mCount;
         ++mEntry;
+        Load();
     }
 
 private:
-    AtomReader mReader; // a copy: cursors are often made from a temporary reader
-    AtomPtr mStts;
-    std::uint32_t mEntryCount;
+    void Load()
+    {
+        const bool in = !AtEnd();
+        mCount = in ? mEntries.U32<0>(mEntry) : 0;
+        mDuration = in ? mEntries.U32<4>(mEntry) : 0;
+    }
+
+    TableExtent<8> mEntries;
     std::uint32_t mEntry = 0;
+    std::uint32_t mCount = 0;
+    std::uint32_t mDuration = 0;
     std::uint64_t mFirstSample = 0;
 };
 
@@ -44,14 +56,13 @@ private:
 class StscCursor {
 public:
     StscCursor(const AtomReader& reader, AtomPtr stsc, std::uint32_t chunkCount)
-        : mReader(reader), mStsc(stsc), mEntryCount(reader.FitCount(stsc.Field(16), reader.U32Or(stsc.Field(12)), 12)),
-          mChunkCount(chunkCount)
+        : mEntries(reader.Table<12>(stsc, 16, reader.U32Or(stsc.Field(12)))), mChunkCount(chunkCount)
     {
         Load();
     }
 
-    std::uint32_t EntryCount() const { return mEntryCount; }
-    bool AtEnd() const { return mEntry >= mEntryCount; }
+    std::uint32_t EntryCount() const { return mEntries.Count(); }
+    bool AtEnd() const { return mEntry >= mEntries.Count(); }
     std::uint32_t Entry() const { return mEntry; }
     // First chunk of the current entry as stored, counted from 1.
     std::uint32_t FirstChunk() const { return mFirstChunk; }
@@ -61,10 +72,10 @@ public:
     // behind `chunksBefore` (the sum of the earlier runs).
     std::uint32_t RunChunks(std::uint64_t chunksBefore) const
     {
-        if (mEntry + 1 < mEntryCount) return mNextFirstChunk - mFirstChunk;
+        if (!IsLast()) return mNextFirstChunk - mFirstChunk;
         return chunksBefore < mChunkCount ? static_cast<std::uint32_t>(mChunkCount - chunksBefore) : 0;
     }
-    bool IsLast() const { return mEntry + 1 >= mEntryCount; }
+    bool IsLast() const { return mEntry + 1 >= mEntries.Count(); }
     // First chunk of the next entry as stored (only meaningful when not last).
     std::uint32_t NextFirstChunk() const { return mNextFirstChunk; }
     void Next()
@@ -76,15 +87,13 @@ public:
 private:
     void Load()
     {
-        if (mEntry >= mEntryCount) return;
-        mFirstChunk = mReader.U32Or(mStsc.Field(16 + 12ull * mEntry));
-        mSamplesPerChunk = mReader.U32Or(mStsc.Field(20 + 12ull * mEntry));
-        mNextFirstChunk = mEntry + 1 < mEntryCount ? mReader.U32Or(mStsc.Field(16 + 12ull * (mEntry + 1))) : 0;
+        if (AtEnd()) return;
+        mFirstChunk = mEntries.U32<0>(mEntry);
+        mSamplesPerChunk = mEntries.U32<4>(mEntry);
+        mNextFirstChunk = IsLast() ? 0 : mEntries.U32<0>(mEntry + 1);
     }
 
-    AtomReader mReader; // a copy: cursors are often made from a temporary reader
-    AtomPtr mStsc;
-    std::uint32_t mEntryCount;
+    TableExtent<12> mEntries;
     std::uint32_t mChunkCount;
     std::uint32_t mEntry = 0;
     std::uint32_t mFirstChunk = 0;
@@ -96,33 +105,78 @@ private:
 class SampleSizes {
 public:
     SampleSizes(const AtomReader& reader, AtomPtr stsz)
-        : mReader(reader), mStsz(stsz), mConstant(reader.U32Or(stsz.Field(12))), mCount(reader.U32Or(stsz.Field(16))) {}
+        : mConstant(reader.U32Or(stsz.Field(12))), mCount(reader.U32Or(stsz.Field(16))),
+          mEntries(mConstant == 0 ? reader.Table<4>(stsz, 20, mCount) : TableExtent<4>())
+    {
+    }
 
     std::uint32_t Constant() const { return mConstant; }
     // The stored sample count.
     std::uint32_t Count() const { return mCount; }
     // Samples whose size can be told: all of them with a constant size, else
-    // the table entries that lie inside the copy.
-    std::uint32_t KnownCount() const { return mConstant != 0 ? mCount : mReader.FitCount(mStsz.Field(20), mCount, 4); }
-    std::uint32_t SizeOf(std::uint64_t sample) const
-    {
-        return mConstant != 0 ? mConstant : mReader.U32Or(mStsz.Field(20 + 4 * sample));
-    }
+    // the table entries that lie inside the atom and the copy.
+    std::uint32_t KnownCount() const { return mConstant != 0 ? mCount : mEntries.Count(); }
+    // The size of `sample`, which is below KnownCount().
+    std::uint32_t SizeOf(std::uint64_t sample) const { return mConstant != 0 ? mConstant : mEntries.U32(sample); }
 
 private:
-    AtomReader mReader; // a copy: cursors are often made from a temporary reader
-    AtomPtr mStsz;
     std::uint32_t mConstant;
     std::uint32_t mCount;
+    TableExtent<4> mEntries;
 };
 
-// Inline, as the table walks ask for an entry per sample or chunk.
-inline std::uint64_t ChunkOffsetHelper::GetEntry(std::uint64_t entryIdx) const
-{
-    VELLUM_CONTRACT(entryIdx < mNumEntries, "QT::ChunkOffsetHelper::GetEntry");
-    const AtomReader reader(mCopy, mCopySize);
-    if (mIsCo64) return reader.U64Or(mTrackItem->mCo64.Field(16 + 8 * entryIdx));
-    return reader.U32Or(mTrackItem->mStco.Field(16 + 4 * entryIdx));
-}
+// `stss`: the numbers of the sync samples, counted from 1, in stored order.
+// The stored count is signed: 0 or less gives no entries.
+class SyncSamples {
+public:
+    SyncSamples(const AtomReader& reader, AtomPtr stss)
+    {
+        const std::int32_t stored = reader.S32Or(stss.Field(12));
+        if (stored > 0) mEntries = reader.Table<4>(stss, 16, static_cast<std::uint32_t>(stored));
+    }
+
+    std::uint32_t Count() const { return mEntries.Count(); }
+    // Entry `i`, below Count().
+    std::uint32_t At(std::uint32_t i) const { return mEntries.U32(i); }
+
+private:
+    TableExtent<4> mEntries;
+};
+
+// `ctts`: runs of samples with one composition offset; count and offset signed.
+class CttsEntries {
+public:
+    CttsEntries(const AtomReader& reader, AtomPtr ctts) : mEntries(reader.Table<8>(ctts, 16, reader.U32Or(ctts.Field(12))))
+    {
+    }
+
+    std::uint32_t Count() const { return mEntries.Count(); }
+    // Of entry `i`, below Count().
+    std::int32_t SampleCount(std::uint32_t i) const { return static_cast<std::int32_t>(mEntries.U32<0>(i)); }
+    std::int32_t SampleOffset(std::uint32_t i) const { return static_cast<std::int32_t>(mEntries.U32<4>(i)); }
+
+private:
+    TableExtent<8> mEntries;
+};
+
+// `sdtp` flag bits that are looked at.
+constexpr std::uint8_t kSdtpEarlierDisplayAllowed = 0x40;
+constexpr std::uint8_t kSdtpDependsOnNone = 0x20;
+constexpr std::uint8_t kSdtpNoneDependsOnThis = 0x08;
+
+// The flag bytes of `sdtp`, one per sample in decode order, from position 12
+// to the atom's end (or the copy's).
+class SdtpFlags {
+public:
+    SdtpFlags(const AtomReader& reader, AtomPtr sdtp)
+        : mEntries(reader.Table<1>(sdtp, 12, std::numeric_limits<std::uint64_t>::max())) {}
+
+    std::uint32_t Count() const { return mEntries.Count(); }
+    // The flags of sample `i`, below Count().
+    std::uint8_t At(std::uint32_t i) const { return mEntries.U8(i); }
+
+private:
+    TableExtent<1> mEntries;
+};
 
 } // namespace QT

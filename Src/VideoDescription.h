@@ -1,4 +1,4 @@
-// Reading an image description and the `sdtp` flags in place.
+// Reading an image description in place.
 #pragma once
 
 #include <cstdint>
@@ -70,29 +70,6 @@ private:
     AtomReader mReader;
     AtomPtr mDescription;
     std::uint32_t mSize;
-};
-
-// `sdtp` flag bits that are looked at.
-constexpr std::uint8_t kSdtpEarlierDisplayAllowed = 0x40;
-constexpr std::uint8_t kSdtpDependsOnNone = 0x20;
-constexpr std::uint8_t kSdtpNoneDependsOnThis = 0x08;
-
-// The flag bytes of `sdtp`, one per sample in decode order from position 12
-// to the atom's end, counted only as far as they lie inside the copy.
-class SdtpFlags {
-public:
-    SdtpFlags(const AtomReader& reader, AtomPtr sdtp)
-        : mFirst(sdtp.Field(12)), mCount(0)
-    {
-        const std::uint32_t size = reader.U32Or(sdtp.Field(0));
-        mCount = size > 12 ? reader.FitCount(mFirst, size - 12, 1) : 0;
-    }
-    std::uint64_t First() const { return mFirst; }
-    std::uint32_t Count() const { return mCount; }
-
-private:
-    std::uint64_t mFirst;
-    std::uint32_t mCount;
 };
 
 } // namespace QT

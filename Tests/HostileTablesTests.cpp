@@ -14,21 +14,29 @@ using namespace testsupport;
 
 namespace {
 
-TEST(HostileTables, ConstantSizeFramesBeyondTheFile)
+TEST(HostileTables, ConstantSizeFramesBeyondWhatTheCopyDescribes)
 {
-    // 2^32-1 frames of constant size: with the stored `stsz` count of 1 the size
-    // table fails; with that count raised to match, the file size refuses the frames.
+    // 2^32-1 frames of constant size in one chunk. With the stored `stsz` count
+    // of 1 the size table fails. With that count raised to match, the records
+    // are those that the runs place: one chunk of one sample, then no run is
+    // left; or, with a run of 2^32-1 samples, the limit of the call.
     const auto start = std::chrono::steady_clock::now();
-    for (std::uint32_t stszCount : {1u, 0xFFFFFFFFu}) {
+    const std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, QT::ResultCode, std::size_t> cases[] = {
+        {1, 0xFFFFFFFF, 0xFFFFFFFF, QT::kResultBadSampleTables, 0},
+        {0xFFFFFFFF, 1, 0xFFFFFFFF, QT::kResultNotFound, 1},
+        {0xFFFFFFFF, 0xFFFFFFFF, 1000, QT::kResultSuccess, 1000},
+    };
+    for (const auto& [stszCount, perChunk, maxEntries, result, records] : cases) {
         MoviePlan plan;
         plan.tracks[0].stts = {{0xFFFFFFFF, 1}};
-        plan.tracks[0].stsc = {{1, 0xFFFFFFFF, 1}};
+        plan.tracks[0].stsc = {{1, perChunk, 1}};
         plan.tracks[0].replaceStbl = {Stsz(4, {4}, stszCount)};
         const OpenResult r = OpenBytes(BuildMovieFile(plan));
         ASSERT_TRUE(r.movie);
         std::vector<QT::VideoSampleRecord> table;
-        EXPECT_EQ(r.movie->GetIndTrack(0)->MakeFullVideoSampleTable(false, true, table), QT::kResultBadSampleTables);
-        EXPECT_TRUE(table.empty());
+        EXPECT_EQ(r.movie->GetIndTrack(0)->MakeVideoSampleTable(false, true, maxEntries, table), result);
+        EXPECT_EQ(table.size(), records);
+        EXPECT_LE(table.capacity(), std::max<std::size_t>(records, 1));
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }

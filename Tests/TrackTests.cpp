@@ -1,6 +1,8 @@
-// The track core: the edit analysis and the conversions between the movie's
-// and the media's time scale.
+// The track core: the edit analysis, the conversions between the movie's
+// and the media's time scale, and the reader of the chunk offsets.
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "Src/QTTrack.h"
 #include "Tests/Support/Open.h"
@@ -73,6 +75,40 @@ TEST(TimeScales, ConversionsAt64Bits)
         const OpenedTrack o = OpenTrackOf(t, movieScale);
         EXPECT_EQ(o.Core().MovieToMediaTime(value), media) << movieScale << " " << mediaScale;
         EXPECT_EQ(o.Core().MediaToMovieTime(value), movie) << movieScale << " " << mediaScale;
+    }
+}
+
+// Chunk offsets read from the track's record alone: `co64` where the track has
+// one, 32-bit entries widened with zeros, a count cut to the table's atom, and
+// a contract at the count that names the public header.
+TEST(ChunkOffsets, ReadFromTheRecordAlone)
+{
+    using Change = std::function<void(TrackPlan&)>;
+    const std::tuple<const char*, Change, bool, std::vector<std::uint64_t>> cases[] = {
+        {"stco", [](TrackPlan& t) { t.stco = {0x10, 0xfffffff0}; }, false, {0x10, 0xfffffff0}},
+        {"co64 beside stco", [](TrackPlan& t) { t.co64 = {{0x123456789a, 5}}; t.extraStbl = {Stco({1, 2})}; }, true,
+         {0x123456789a, 5}},
+        {"a count past the atom", [](TrackPlan& t) {
+             t.replaceStbl = {Atom("stco", ByteWriter().U32(0).U32(5).U32(7).U32(8))};
+             t.extraStbl = {Atom("free", Bytes(32, 1))};
+         }, false, {7, 8}},
+    };
+    for (const auto& [name, change, wide, entries] : cases) {
+        SCOPED_TRACE(name);
+        TrackPlan t;
+        change(t);
+        const OpenedTrack o = OpenTrackOf(t);
+        const QT::ChunkOffsetHelper helper(o.Core().Item());
+        std::vector<std::uint64_t> read;
+        for (std::uint32_t i = 0; i < helper.NumEntries(); ++i) read.push_back(helper.GetEntry(i));
+        EXPECT_EQ(std::pair(helper.IsWide(), read), std::pair(wide, entries));
+        try {
+            helper.GetEntry(helper.NumEntries());
+            ADD_FAILURE() << "no contract failure";
+        } catch (const vellum::config::Error& e) {
+            EXPECT_EQ(std::tuple(e.File(), e.Function(), e.Condition()),
+                      std::tuple("Inc/QTTrack.h", "QT::ChunkOffsetHelper::GetEntry", "entryIdx < mNumEntries"));
+        }
     }
 }
 

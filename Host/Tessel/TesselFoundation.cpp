@@ -38,13 +38,18 @@ int File::Create(const String16& path, FileAccessFlags access, FileShareModeFlag
     const std::string native = ToNative(path);
     if (native.find('\0') != std::string::npos) return -1;
     int mode = O_RDONLY;
-    if ((access & 1) && (access & 2)) mode = O_RDWR;
-    else if (access & 2) mode = O_WRONLY;
+    if ((access & kFileAccessRead) && (access & kFileAccessWrite)) mode = O_RDWR;
+    else if (access & kFileAccessWrite) mode = O_WRONLY;
     // Only existing regular files are opened; nothing is created or truncated.
-    const int fd = ::open(native.c_str(), mode | O_CLOEXEC);
+    // The open itself does not wait: a named pipe would block it until a
+    // writer came, and a device may too. What is no regular file (a pipe,
+    // socket, device or directory) is refused as a file that cannot be opened.
+    const int fd = ::open(native.c_str(), mode | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) return -1;
     struct stat st {};
-    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || flags < 0 ||
+        ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
         ::close(fd);
         return -1;
     }

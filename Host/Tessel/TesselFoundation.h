@@ -109,10 +109,19 @@ public:
     static void Dispose(void* pointer, std::size_t size) noexcept;
 };
 
-using FileAccessFlags = int;           // 1 read, 2 write
-using FileShareModeFlags = int;        // 1 share read, 2 share write
-using FileCreateDispositionFlags = int; // 8 open an existing file
-using FileAttributesFlags = int;       // 0 or 1: normal file
+using FileAccessFlags = int;
+using FileShareModeFlags = int;
+using FileCreateDispositionFlags = int;
+using FileAttributesFlags = int;
+// The values of the flag types.
+constexpr FileAccessFlags kFileAccessRead = 1;
+constexpr FileAccessFlags kFileAccessWrite = 2;
+constexpr FileShareModeFlags kFileShareRead = 1;
+constexpr FileShareModeFlags kFileShareWrite = 2;
+constexpr FileShareModeFlags kFileShareReadWrite = kFileShareRead | kFileShareWrite;
+constexpr FileCreateDispositionFlags kFileOpenExisting = 8;
+constexpr FileAttributesFlags kFileAttributesNone = 0; // a normal file, as 1
+constexpr FileAttributesFlags kFileAttributesNormal = 1;
 enum FilePointerMoveMethod { kFromStart = 0, kFromCurrent = 1, kFromEnd = 2 };
 
 // One open file. The destructor closes it. Results below zero are failures.
