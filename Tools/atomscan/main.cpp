@@ -53,9 +53,10 @@ int main(int argc, char** argv)
     fix->add_flag("--dry-run", fixDryRun, "Mend a temporary copy and show what would change; MOVIE stays as it is");
     fix->footer("The library mends the chunk offsets of the first enabled video track that lie past the end of "
                 "the file.\n"
-                "Prints each chunk offset entry that changed: the track (position of its trak atom), the "
-                "table, the entry's index, the old and the new value.\n"
-                "Exit status: 0 when the repair ran, 1 when the movie does not open or cannot be written.");
+                "Prints each chunk offset entry that changed: the track's index, the table, the entry's index, "
+                "the old and the new value.\n"
+                "Exit status: 0 when the repair ran, also on a movie that the other commands refuse; 1 when the "
+                "file holds no movie atom or cannot be written.");
 
     try {
         app.parse(argc, argv);

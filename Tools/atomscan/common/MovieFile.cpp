@@ -1,8 +1,11 @@
 #include "common/MovieFile.h"
 
-#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 
 #include "common/Text.h"
@@ -34,18 +37,41 @@ std::string OpenFailureText(QT::ResultCode code)
     }
 }
 
+RegularFile::RegularFile(const std::string& path)
+{
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    struct stat status {};
+    if (fd < 0) return;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        ::close(fd);
+        return;
+    }
+    mFd = fd;
+    mSize = static_cast<std::uint64_t>(status.st_size);
+}
+
+RegularFile::~RegularFile()
+{
+    if (mFd >= 0) ::close(mFd);
+}
+
+std::optional<std::vector<std::uint8_t>> RegularFile::Read(std::uint64_t offset, std::uint64_t size) const
+{
+    if (mFd < 0 || offset > mSize || size > mSize - offset) return std::nullopt;
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
+    for (std::size_t done = 0; done < bytes.size();) {
+        const ssize_t got = ::pread(mFd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return std::nullopt;
+        done += static_cast<std::size_t>(got);
+    }
+    return bytes;
+}
+
 std::optional<std::vector<std::uint8_t>> ReadFileRange(const std::string& path, std::uint64_t offset,
                                                        std::uint64_t size)
 {
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), std::fclose);
-    if (!file) return std::nullopt;
-    std::error_code error;
-    const std::uint64_t fileSize = std::filesystem::file_size(path, error);
-    if (error || offset > fileSize || size > fileSize - offset) return std::nullopt;
-    if (::fseeko(file.get(), static_cast<off_t>(offset), SEEK_SET) != 0) return std::nullopt;
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(size));
-    if (size != 0 && std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size()) return std::nullopt;
-    return bytes;
+    return RegularFile(path).Read(offset, size);
 }
 
 } // namespace atomscan_tool

@@ -1,5 +1,5 @@
-// Opening a movie through the library, and the few reads of the file that a
-// host makes itself.
+// Opening a movie through the library, and the few reads of the file that the
+// command makes itself.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,27 @@ std::string OpenFailureText(QT::ResultCode code);
 // A timecode sample is 4 or 8 bytes; a claimed size beyond this is not read.
 constexpr std::uint32_t kLargestTimecodeSample = 1 << 20;
 
-// `size` bytes at `offset`, or nothing when the file cannot give them all.
+// A regular file open for reading, closed with the object. The open does not
+// wait on a FIFO or a device: anything but a regular file is refused.
+class RegularFile {
+public:
+    explicit RegularFile(const std::string& path);
+    ~RegularFile();
+    RegularFile(const RegularFile&) = delete;
+    RegularFile& operator=(const RegularFile&) = delete;
+
+    bool IsOpen() const { return mFd >= 0; }
+    std::uint64_t Size() const { return mSize; }
+    // `size` bytes at `offset`, or nothing when the file cannot give them all.
+    std::optional<std::vector<std::uint8_t>> Read(std::uint64_t offset, std::uint64_t size) const;
+
+private:
+    int mFd = -1;
+    std::uint64_t mSize = 0;
+};
+
+// `size` bytes at `offset` of the regular file at `path`, or nothing when it
+// cannot give them all.
 std::optional<std::vector<std::uint8_t>> ReadFileRange(const std::string& path, std::uint64_t offset,
                                                        std::uint64_t size);
 
