@@ -1,10 +1,9 @@
 // Caption tracks: where each `c608`/`c708` data run lies and when it
-// applies, against the corpus caption movies and against built tracks.
+// applies, on built tracks (the corpus caption movies are in the corpus dump test).
 #include <gtest/gtest.h>
 
 #include <functional>
 
-#include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
 
 using namespace testsupport;
@@ -48,38 +47,6 @@ QT::CaptionSampleMap Table(const OpenedTrack& t, bool byOffset, const QT::String
 
 // A `cdat` sample: its 8-byte header, then `pairs` byte pairs.
 Bytes CdatSample(std::uint32_t pairs) { return ByteWriter().U32(8 + 2 * pairs).Code("cdat").Zeros(2 * pairs); }
-
-TEST(Caption, CorpusCaptionsMatchTheProbedPackets)
-{
-    // From the atom listing: the common divisor of the `stts` durations, and the last sample, of duration 0,
-    // that ffprobe leaves out.
-    struct Case { const char* movie; std::uint64_t track; int stream; std::int32_t frameDuration; ProbePacket last; };
-    const Case cases[] = {{"c608_captions_25fps", 1, 1, 1000, {3000, 12, 50036}},
-                          {"broadcast_2997_tc_c608_aac", 2, 2, 5, {3000, 12, 81898}}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.movie);
-        OpenedTrack t = OpenTrackAt(CorpusMovie(c.movie), c.track);
-        EXPECT_EQ(t.track->GetTrackMediaType(), QT::kClosedCaptionMediaType);
-        EXPECT_EQ(t.track->GetCaptionMediaFormat(0), QT::MakeFourCC("c608"));
-        EXPECT_EQ(t.track->GetCaptionFrameDuration(), c.frameDuration);
-        // ffprobe turns each pair behind the `cdat` header into a 3-byte triplet,
-        // and its times carry the leading empty edit.
-        std::vector<ProbePacket> samples = ProbePackets(c.movie, c.stream);
-        ASSERT_EQ(samples.size(), 3u);
-        for (ProbePacket& p : samples) p.size = 8 + p.size / 3 * 2;
-        samples.push_back(c.last);
-        QT::CaptionSampleMap byOffset, byTime;
-        for (const ProbePacket& p : samples) {
-            for (std::uint64_t j = 0; j < (p.size - 8) / 2; ++j) {
-                const auto r = Pair(static_cast<std::uint64_t>(p.pts) + j * c.frameDuration, p.pos + 8 + 2 * j);
-                byOffset.emplace(r.mOffset, r);
-                byTime.emplace(r.mTime, r); // the first record of a time stands
-            }
-        }
-        EXPECT_EQ(Table(t, true), byOffset);
-        EXPECT_EQ(Table(t, false), byTime);
-    }
-}
 
 TEST(Caption, DataRunsOfBuiltTracks)
 {

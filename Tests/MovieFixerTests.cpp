@@ -6,7 +6,6 @@
 
 #include "Inc/AtomscanInternal.h"
 #include "Inc/IQTMovieFixer.h"
-#include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
 
 using namespace testsupport;
@@ -152,24 +151,6 @@ TEST(FixMovie, TellsWhereTheExaminedTableLies)
         };
         EXPECT_EQ(entries(bytes), mine);
         EXPECT_EQ(entries(file.Read()), mended);
-    }
-}
-
-TEST(FixMovieCorpus, FaultyWriterDamageIsUndoneExactly)
-{
-    for (const auto& [name, type] :
-         {std::pair{"h264_bframes_aac", "stco"}, {"co64_faststart", "co64"}, {"layout_faststart", "stco"}}) {
-        SCOPED_TRACE(name);
-        const Bytes original = ReadFile(CorpusMovie(name));
-        const std::size_t first = Find(original, type) + 12, width = type[0] == 'c' ? 8 : 4;
-        std::uint32_t count = 0;
-        for (std::size_t i = first - 4; i < first; ++i) count = count << 8 | original.at(i);
-        ASSERT_GT(count, 4u);
-        // Garbage in a high-order byte of every third entry but the last.
-        Bytes damaged = original;
-        for (std::uint32_t i = 1; i + 1 < count; i += 3)
-            damaged[first + i * width + (width == 8 && i % 2 ? 3 : 0)] = static_cast<std::uint8_t>(0x80 | i);
-        EXPECT_EQ(Fix(damaged).first, original);
     }
 }
 
