@@ -25,7 +25,7 @@ template <class Case, class Check> void ForEachDescription(const std::vector<Cas
 {
     std::vector<Bytes> descriptions;
     for (const Case& c : cases) descriptions.push_back(c.description);
-    auto track = OpenTrack(SoundTrack(descriptions));
+    auto track = OpenTrackOf(SoundTrack(descriptions)).track;
     ASSERT_TRUE(track);
     for (std::int32_t i = -1; i < static_cast<std::int32_t>(cases.size()); ++i) {
         SCOPED_TRACE(testing::Message() << i << ": " << cases[i < 0 ? cases.size() - 1 : i].name);
@@ -125,7 +125,7 @@ TEST(SoundDescription, OtherMediaIsAContractFailure)
 {
     TrackPlan plan = SoundTrack({SoundDescriptionV0("sowt", 2, 16, k48k)});
     plan.mediaType = "vide";
-    auto video = OpenTrack(plan);
+    auto video = OpenTrackOf(plan).track;
     ASSERT_TRUE(video);
     QT::AudioSampleRangeMap map;
     QT::ChannelOrderMap order;
@@ -245,7 +245,7 @@ TEST(AudioRangeMap, RangesAndRefusals)
         t.stsc = {{1, 1000, 1}};
         t.stco = {5000, 9000};
         c.change(t);
-        auto track = OpenTrack(movie);
+        auto track = OpenTrackOf(BuildMovieFile(movie)).track;
         ASSERT_TRUE(track);
         for (bool byOffset : {false, true}) {
             QT::AudioSampleRangeMap map{{0, {7, 7, 7}}};

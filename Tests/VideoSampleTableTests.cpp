@@ -26,7 +26,7 @@ Tessel::InterfaceRef<QT::IQTTrack> TenSamples(const Change& change)
     t.stszSizes = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19};
     t.stco = {1000, 2000, 3000, 4000, 5000};
     change(t);
-    return OpenTrack(t);
+    return OpenTrackOf(t).track;
 }
 
 Change Edit(std::uint32_t duration, std::uint32_t mediaTime)

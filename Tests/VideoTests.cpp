@@ -37,7 +37,7 @@ Tessel::InterfaceRef<QT::IQTTrack> Open(std::vector<Bytes> descriptions)
 {
     TrackPlan t;
     t.descriptions = std::move(descriptions);
-    return OpenTrack(t);
+    return OpenTrackOf(t).track;
 }
 
 TEST(VideoDescription, SignedSizesAndANameCutAtTheEnd)
@@ -195,7 +195,7 @@ protected:
     void TearDown() override { vellum::debug::ClearTraceLevels(); vellum::debug::SetTraceSink(nullptr); }
     Rows Make(const TrackPlan& plan, QT::ResultCode expected)
     {
-        auto track = OpenTrack(plan);
+        auto track = OpenTrackOf(plan).track;
         Table table;
         EXPECT_EQ(track ? track->MakeVideoTemporalReferenceTable(table) : QT::kResultNotFound, expected);
         Rows rows;
@@ -212,8 +212,9 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
     ipbb.stts = {{1, 100}, {3, 50}}; // offsets are divided by the first duration only
     EXPECT_EQ(Make(ipbb, QT::kResultSuccess), kIPBBRows);
     // An anchor without references (0x40 and 0x20 together) is a key frame that may be shown before others.
-    EXPECT_TRUE(OpenTrack(ipbb)->VideoTrackHasEarlierDisplayKeyFrames());
-    EXPECT_FALSE(OpenTrack(Frames({0x40, 0x20, 0x08, 0x08}, kIPBBOffsets))->VideoTrackHasEarlierDisplayKeyFrames());
+    EXPECT_TRUE(OpenTrackOf(ipbb).track->VideoTrackHasEarlierDisplayKeyFrames());
+    const TrackPlan noEarlier = Frames({0x40, 0x20, 0x08, 0x08}, kIPBBOffsets);
+    EXPECT_FALSE(OpenTrackOf(noEarlier).track->VideoTrackHasEarlierDisplayKeyFrames());
     EXPECT_EQ(mMessages, Lines{});
 }
 

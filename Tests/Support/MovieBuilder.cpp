@@ -116,8 +116,9 @@ Atom BuildTrak(const TrackPlan& plan)
                                                         : Atom("gmhd");
     const Atom selfContained("dinf", {Atom("dref", ByteWriter().U32(0).U32(1), {Atom("alis", ByteWriter().U32(1))})});
     const Atom mdhd("mdhd", ByteWriter().Zeros(12).U32(plan.mediaTimeScale).U32(plan.mediaDuration).Zeros(4));
-    trak.emplace_back("mdia", std::vector<Atom>{mdhd, Atom("hdlr", HdlrPayload(plan.hdlrSubtype.value_or(plan.mediaType).c_str())),
-                                                Atom("minf", {mediaHeader, plan.dinf.value_or(selfContained), Atom("stbl", stbl)})});
+    const Atom hdlr("hdlr", HdlrPayload(plan.hdlrSubtype.value_or(plan.mediaType).c_str()));
+    trak.emplace_back("mdia", std::vector<Atom>{
+                                  mdhd, hdlr, Atom("minf", {mediaHeader, plan.dinf.value_or(selfContained), Atom("stbl", stbl)})});
     return Atom("trak", trak);
 }
 

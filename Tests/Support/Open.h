@@ -65,15 +65,6 @@ inline OpenedTrack OpenTrackOf(const TrackPlan& track, std::uint32_t movieTimeSc
     return OpenTrackOf(BuildMovieFile(movie));
 }
 
-// The track alone keeps the movie's store alive; the file is gone when this returns.
-inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const MoviePlan& plan, std::uint64_t index = 0)
-{
-    const OpenResult r = OpenPlan(plan);
-    EXPECT_EQ(r.code, QT::kResultSuccess);
-    return r.movie ? r.movie->GetIndTrack(index) : Tessel::InterfaceRef<QT::IQTTrack>();
-}
-inline Tessel::InterfaceRef<QT::IQTTrack> OpenTrack(const TrackPlan& track) { return OpenTrack(MoviePlan{600, 100, {track}, {}}); }
-
 // `ftyp`, then `mdat` with `mdatPayload`, then the movie atom: the payload's
 // first byte stands at kMdatPayloadStart, whatever the movie atom holds.
 constexpr std::uint32_t kMdatPayloadStart = 28;

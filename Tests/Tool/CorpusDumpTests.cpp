@@ -157,7 +157,8 @@ void CheckTrack(const Movie& movie, std::size_t i, Counts& n)
                   json({tag, stream["tags"]["vendor_id"], stream["width"], stream["height"]}));
         const json& sync = info["sync_sample_count"];
         EXPECT_EQ(json({video["containsDeltaFrames"], video["hasTemporalReferenceData"]}),
-                  json({!sync.is_null() && sync != info["sample_count"], info["present"]["sdtp"] && info["present"]["ctts"]}));
+                  json({!sync.is_null() && sync != info["sample_count"],
+                        info["present"]["sdtp"] && info["present"]["ctts"]}));
         for (const auto& [atom, item, fields] : kItems) { // each number as the index decoded it, or refused
             json expected = {{"code", info.contains(atom) ? "0x00000000" : "0xa0800008"}};
             for (const auto& [key, field] : fields) {
@@ -227,9 +228,11 @@ TEST(CorpusDump, ExpectedDocumentsAgreeWithTheIndependentParser)
         m.probe = Probe(m.name);
         m.frameProbe = derivation.empty() || derivation["kind"] == "stco_rewritten_as_co64"
                            ? m.probe : Probe(std::filesystem::path(derivation.value("derived_from", "")).stem());
-        for (const json& d : derivation.value("damaged_entries", json::array())) m.shifts.insert(N(d["damaged"]) - N(d["original"]));
+        for (const json& d : derivation.value("damaged_entries", json::array()))
+            m.shifts.insert(N(d["damaged"]) - N(d["original"]));
         const json &streams = m.probe["streams"], &movie = m.dump["movie"];
-        EXPECT_EQ(json({m.dump["tracks"].size(), movie["trackCount"], movie["movieAtomSize"], movie["timeScale"], movie["duration"]}),
+        EXPECT_EQ(json({m.dump["tracks"].size(), movie["trackCount"], movie["movieAtomSize"], movie["timeScale"],
+                        movie["duration"]}),
                   json({streams.size(), streams.size(), record["layout"]["moov_size"], record["movie_timescale"],
                         record["movie_duration"]}));
         int right = 0, bottom = 0;

@@ -45,7 +45,8 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
         {bad.Path(), "/tracks/0/externalReferences/result", "false"},
         {emptyEdit.Path(), "/tracks/0/editMediaTime", "4294967295"}};
     for (const auto& c : kCases)
-        EXPECT_EQ(Dump(c.movie).value(json::json_pointer(c.pointer), json()), json::parse(c.expected)) << c.movie << c.pointer;
+        EXPECT_EQ(Dump(c.movie).value(json::json_pointer(c.pointer), json()), json::parse(c.expected))
+            << c.movie << c.pointer;
 }
 
 // The start timecode rendered from the 4-byte frame number at `offset`, or else at
