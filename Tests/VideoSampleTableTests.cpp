@@ -53,6 +53,8 @@ TEST(VideoSampleTable, Records)
              t.stszSizes.resize(5000);
              for (std::uint32_t i = 0; i < 5000; ++i) t.stszSizes[i] = i % 97 + 1;
          }, kOffset, sum},
+        {"two runs of one size: each run's chunks counted anew", [](TrackPlan& t) { t.stsc = {{1, 2, 1}, {3, 2, 1}}; },
+         kOffset, {1000, 1010, 2000, 2012, 3000, 3014, 4000, 4016, 5000, 5018}},
         {"co64: offsets and sums in 64 bits",
          [](TrackPlan& t) { t.co64 = std::vector<std::uint64_t>{0xfffffffc, 0x1234567890, 3000, 4000, 5000}; }, kOffset,
          {0xfffffffc, 0x100000006, 0x1234567890, 0x1234567890 + 12, 3000, 3014, 4000, 4016, 5000, 5018}},

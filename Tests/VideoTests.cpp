@@ -52,6 +52,21 @@ TEST(VideoDescription, SignedSizesAndANameCutAtTheEnd)
     EXPECT_EQ(name, ToString16(std::string(31, 'y') + "CDEF"));
 }
 
+// `nclc` values not known become 2, unspecified: primaries 1, 5, 6; transfer 1, 7; matrix 1, 6, 7 pass.
+TEST(VideoDescription, ColorInfoPassesKnownValues)
+{
+    const std::array<std::uint16_t, 4> cases[] = {{1, 1, 1, 1}, {5, 5, 2, 2}, {6, 6, 2, 6}, {7, 2, 7, 7}, {9, 2, 2, 2}};
+    std::vector<Bytes> descriptions;
+    for (const auto& c : cases) descriptions.push_back(ImageDescription({.extensions = Colr("nclc", c[0])}));
+    auto track = Open(descriptions);
+    for (int i = 0; i < 5; ++i) {
+        std::uint32_t p = 0, t = 0, m = 0;
+        EXPECT_EQ(track->GetVideoMediaColorInfo(i, p, t, m), kOk);
+        EXPECT_EQ(std::tuple(p, t, m), std::tuple(std::uint32_t{cases[i][1]}, std::uint32_t{cases[i][2]},
+                                                  std::uint32_t{cases[i][3]})) << cases[i][0];
+    }
+}
+
 TEST(VideoDescription, ExtensionSearch)
 {
     const Bytes all = Join({Pasp(16, 11), Ext("clap", Bytes(32, 1)), Fiel(2, 9), Colr("nclc", 1)});
