@@ -102,33 +102,27 @@ public:
 
     std::uint8_t U8Or(std::uint64_t offset, std::uint8_t fallback = 0) const noexcept
     {
-        std::uint8_t v = 0;
-        return U8(offset, v) ? v : fallback;
+        return Or<&AtomReader::U8>(offset, fallback);
     }
     std::uint16_t U16Or(std::uint64_t offset, std::uint16_t fallback = 0) const noexcept
     {
-        std::uint16_t v = 0;
-        return U16(offset, v) ? v : fallback;
+        return Or<&AtomReader::U16>(offset, fallback);
     }
     std::uint32_t U32Or(std::uint64_t offset, std::uint32_t fallback = 0) const noexcept
     {
-        std::uint32_t v = 0;
-        return U32(offset, v) ? v : fallback;
+        return Or<&AtomReader::U32>(offset, fallback);
     }
     std::uint64_t U64Or(std::uint64_t offset, std::uint64_t fallback = 0) const noexcept
     {
-        std::uint64_t v = 0;
-        return U64(offset, v) ? v : fallback;
+        return Or<&AtomReader::U64>(offset, fallback);
     }
     std::int16_t S16Or(std::uint64_t offset, std::int16_t fallback = 0) const noexcept
     {
-        std::int16_t v = 0;
-        return S16(offset, v) ? v : fallback;
+        return Or<&AtomReader::S16>(offset, fallback);
     }
     std::int32_t S32Or(std::uint64_t offset, std::int32_t fallback = 0) const noexcept
     {
-        std::int32_t v = 0;
-        return S32(offset, v) ? v : fallback;
+        return Or<&AtomReader::S32>(offset, fallback);
     }
 
     // The entries of the table in the atom at `atom`: `storedCount` entries of
@@ -155,6 +149,14 @@ public:
     }
 
 private:
+    // The checked read `Read`, or `fallback` where it is refused.
+    template <auto Read, typename T>
+    T Or(std::uint64_t offset, T fallback) const noexcept
+    {
+        T v{};
+        return (this->*Read)(offset, v) ? v : fallback;
+    }
+
     const std::uint8_t* mData = nullptr;
     std::uint32_t mSize = 0;
 };

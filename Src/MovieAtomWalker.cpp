@@ -220,6 +220,8 @@ bool MovieAtomWalker::WalkTracks()
         }
 
         if (complete) {
+            // Proven here once, so that the chunk offset reader made from the
+            // record reads them without a test. Only the counts are read.
             item.mStcoEntries = mReader.Table<4>(item.mStco, 16, mReader.U32Or(item.mStco.Field(12)));
             item.mCo64Entries = mReader.Table<8>(item.mCo64, 16, mReader.U32Or(item.mCo64.Field(12)));
             mOut.mTracks.push_back(std::move(item));

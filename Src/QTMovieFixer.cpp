@@ -1,6 +1,6 @@
 #include "Src/QTMovieFixer.h"
 
-#include "Src/SampleTableCursors.h"
+#include "Inc/QTTrack.h"
 
 namespace QT {
 

@@ -74,26 +74,29 @@ std::uint32_t QTTrack::GetMediaTimeScale() { return Reader().U32Or(Item().mMdhd.
 
 std::int32_t QTTrack::GetSampleDescriptionCount() { return Reader().S32Or(Item().mStsd.Field(12)); }
 
+std::uint64_t QTTrack::MediaTimeScaleWide() const
+{
+    // Widened as a signed 32-bit number, so a negative scale never equals the movie's.
+    const std::uint32_t media = Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale));
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(media)));
+}
+
+std::uint32_t QTTrack::Rescale(std::uint32_t value, std::uint64_t from, std::uint64_t to)
+{
+    if (from == to) return value;
+    // A time scale of 0 has no conversion: the result is 0.
+    if (from == 0) return 0;
+    return static_cast<std::uint32_t>(std::uint64_t{value} * to / from);
+}
+
 std::uint32_t QTTrack::MovieToMediaTime(std::uint32_t value) const
 {
-    const std::uint32_t media = Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale));
-    const auto mediaWide = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(media)));
-    const std::uint64_t movieWide = mMovieTimeScale;
-    if (mediaWide == movieWide) return value;
-    // A movie time scale of 0 has no conversion: the result is 0.
-    if (movieWide == 0) return 0;
-    return static_cast<std::uint32_t>(std::uint64_t{value} * mediaWide / movieWide);
+    return Rescale(value, mMovieTimeScale, MediaTimeScaleWide());
 }
 
 std::uint32_t QTTrack::MediaToMovieTime(std::uint32_t value) const
 {
-    const std::uint32_t media = Reader().U32Or(Item().mMdhd.Field(kMdhdTimeScale));
-    const auto mediaWide = static_cast<std::uint64_t>(static_cast<std::int64_t>(static_cast<std::int32_t>(media)));
-    const std::uint64_t movieWide = mMovieTimeScale;
-    if (mediaWide == movieWide) return value;
-    // A media time scale of 0 has no conversion: the result is 0.
-    if (mediaWide == 0) return 0;
-    return static_cast<std::uint32_t>(std::uint64_t{value} * movieWide / mediaWide);
+    return Rescale(value, MediaTimeScaleWide(), mMovieTimeScale);
 }
 
 AtomPtr QTTrack::GetNthSampleDescriptionPtr(AtomPtr stsdAtom, std::int32_t inSampleDescriptionIndex) const

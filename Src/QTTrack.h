@@ -127,6 +127,11 @@ public:
     AtomReader Reader() const { return mStore->Reader(); }
 
 private:
+    // The media time scale as the conversions compare it.
+    std::uint64_t MediaTimeScaleWide() const;
+    // `value` from the scale `from` to the scale `to`: the product at 64 bits,
+    // the quotient truncated; unchanged for equal scales.
+    static std::uint32_t Rescale(std::uint32_t value, std::uint64_t from, std::uint64_t to);
     void AnalyzeEdits();
     // Which of the four right-angle rows the matrix matches; -1 for none.
     int MatrixRow(bool ignoreW) const;

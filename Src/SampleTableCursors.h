@@ -8,9 +8,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "Inc/QTTrack.h"
 #include "Src/AtomReader.h"
-#include "Src/QTMooVAtom.h"
 
 namespace QT {
 

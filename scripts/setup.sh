@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev
   libmount-dev libblkid-dev
   libcli11-dev nlohmann-json3-dev
+  python3 python3-dev python3-pybind11 python3-numpy python3-pytest python3-dask python3-distributed
 )
 packages+=("$@")
 

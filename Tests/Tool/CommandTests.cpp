@@ -1,6 +1,7 @@
 // The atomscan command as a user meets it: summaries, references, repairs,
 // and the exit code and message of each kind of failure.
 #include <fstream>
+#include <map>
 
 #include "Tests/Tool/ToolRunner.h"
 
@@ -53,23 +54,36 @@ TEST(Info, JsonIsTheDump)
 }
 
 // Usage errors exit 2, failures 1, each with one line on standard error; a failed dump still prints its JSON.
+// Neither a FIFO, a directory nor a device is read as a movie, and none keeps a command waiting.
 TEST(Command, ExitCodesAndMessages)
 {
     TempFile text(Bytes(64, 'x'), "notes.txt");
     const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
-                      missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n";
-    const struct { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; }
-        kCases[] = {{{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
-                    {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
-                    {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
-                    {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
-                    {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
-                    {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
-                    {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
-                    {{"dump", junk}, 1, unreadable, "0xa0800001"}}; // `open`: the code in the dump
-    for (const auto& c : kCases) {
+                      scanUsage = " (see atomscan scan --help)\n", missing = gone + ": cannot open the file\n", unreadable = junk + ": not a movie that can be read\n",
+                      fifo = text.Path().parent_path() / "pipe.mov";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    struct Case { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; };
+    std::vector<Case> cases = {
+        {{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
+        {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
+        {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
+        {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, unreadable},
+        {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, unreadable}, {{"fix", gone}, 1, missing},
+        {{"fix", junk}, 1, unreadable}, {{"fix", "--dry-run", gone}, 1, missing},
+        {{"fix", "--dry-run", junk}, 1, unreadable}, {{"dump", gone}, 1, missing, "0xa0800004"},
+        {{"dump", junk}, 1, unreadable, "0xa0800001"}, // `open`: the code in the dump
+        // scan: 1 for a usage error as for a path that does not exist
+        {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage}, {{"scan", "--fail-on", "broken", junk}, 1,
+        scanUsage}, {{"scan", gone}, 1, gone + ": No such file or directory\n"},
+        {{"fix", "--output", "out.mov", "--dry-run", junk}, 2, usage}, {{"fix", "--backup", "--output", "out.mov", junk}, 2,
+        usage}};
+    for (const std::string& path : {fifo, text.Path().parent_path().string(), std::string("/dev/null")})
+        for (const std::string command : {"info", "dump", "refs", "fix"})
+            cases.push_back(
+                {{command, path}, 1, path + ": cannot open the file\n", command == "dump" ? "0xa0800004" : nullptr});
+    for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
-        const ToolResult r = RunTool(c.args);
+        const ToolResult r = RunTool(c.args, 20);
         EXPECT_EQ(r.exitCode, c.exitCode);
         EXPECT_TRUE(r.err.starts_with("atomscan: ") && r.err.ends_with(c.errEnd) && r.err.find('\n') == r.err.size() - 1)
             << r.err;
@@ -155,6 +169,48 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
             EXPECT_EQ(json({dry.exitCode, dry.out, dry.err}), json({0, out, ""}));
         }
         EXPECT_EQ(movie.Read(), c.mended);
+    }
+}
+
+
+// --output and --backup: the movie keeps its bytes and time unless it is the output, a new file appears whole
+// or not at all, and no temporary file is left beside it, whatever failed.
+TEST(Fix, OutputAndBackupNeverLoseAFile)
+{
+    const Bytes damaged = ReadFile(CorpusMovie("damaged_stco_topbyte_single")),
+                mended = ReadFile(CorpusMovie("layout_faststart")), old = {'o', 'l', 'd'};
+    namespace fs = std::filesystem;
+    const struct { std::vector<std::string> args; const char* existing; int exitCode; std::map<std::string, Bytes> files;
+                   std::string errEnd = ""; } kCases[] = {
+        {{"--output", "out.mov"}, nullptr, 0, {{"movie.mov", damaged}, {"out.mov", mended}}},
+        {{"--output", "movie.mov"}, nullptr, 0, {{"movie.mov", mended}}},
+        {{"--backup"}, nullptr, 0, {{"movie.mov", mended}, {"movie.mov.orig", damaged}}},
+        {{"--backup"}, "movie.mov.orig", 1, {{"movie.mov", damaged}, {"movie.mov.orig", old}},
+         "movie.mov.orig exists already: move it away first\n"},
+        {{"--output", "out.mov"}, "out.mov/", 1, {{"movie.mov", damaged}, {"out.mov", {}}}, "out.mov: Is a directory\n"},
+        {{"--output", "/nonexistent/out.mov"}, nullptr, 1, {{"movie.mov", damaged}},
+         "cannot make a temporary file in /nonexistent: No such file or directory\n"}};
+    for (const auto& c : kCases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        TempFile movie(damaged);
+        const fs::path dir = movie.Path().parent_path();
+        if (c.existing && std::string(c.existing).ends_with('/')) fs::create_directory(dir / c.existing);
+        else if (c.existing) std::ofstream(dir / c.existing) << "old";
+        const auto time = fs::last_write_time(movie.Path());
+        std::vector<std::string> args = {"fix"};
+        for (const std::string& a : c.args) args.push_back(a.ends_with(".mov") && a[0] != '/' ? (dir / a).string() : a);
+        args.push_back(movie.Path());
+        const ToolResult r = RunTool(args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+        EXPECT_TRUE(r.err.ends_with(c.errEnd) && r.err.empty() == c.errEnd.empty()) << r.err;
+        std::map<std::string, Bytes> files;
+        std::string names;
+        for (const auto& entry : fs::directory_iterator(dir)) {
+            files[entry.path().filename()] = entry.is_directory() ? Bytes() : ReadFile(entry.path());
+            names += entry.path().filename().string() + " ";
+        }
+        EXPECT_TRUE(files == c.files) << names;
+        EXPECT_TRUE(c.files.at("movie.mov") != damaged || fs::last_write_time(movie.Path()) == time);
     }
 }
 

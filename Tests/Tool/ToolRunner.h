@@ -2,7 +2,9 @@
 #pragma once
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,8 +26,10 @@ struct ToolResult {
     long peakKilobytes = 0; // never below what this process held when it started the program
 };
 
-// Output goes to files, so neither stream can fill a pipe and stall the program.
-inline ToolResult RunTool(std::vector<std::string> args)
+// Output goes to files, so neither stream can fill a pipe and stall the program. A program still running
+// after `timeoutSeconds` (0: no limit) is ended by the alarm, which it inherits, and has not exited normally.
+// With `runAs` the program runs as that user (the caller being root).
+inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0, int runAs = -1)
 {
     const TempFile out({}, "out"), err({}, "err");
     args.insert(args.begin(), ATOMSCAN_TOOL);
@@ -36,6 +40,8 @@ inline ToolResult RunTool(std::vector<std::string> args)
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
         ::dup2(::open(err.Path().c_str(), O_WRONLY), 2);
+        if (runAs >= 0 && (::setgroups(0, nullptr) != 0 || ::setgid(runAs) != 0 || ::setuid(runAs) != 0)) ::_exit(126);
+        ::alarm(timeoutSeconds);
         ::execv(argv[0], argv.data());
         ::_exit(127);
     }

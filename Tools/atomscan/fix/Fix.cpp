@@ -1,7 +1,9 @@
-// `atomscan fix MOVIE [--dry-run]`: the library's repair, and what it changed.
+// `atomscan fix MOVIE [--dry-run | --output OUT | --backup]`: the library's
+// repair, and what it changed.
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -15,6 +17,7 @@
 #include "common/Text.h"
 #include "common/TextTable.h"
 #include "fix/MovieAtomCopy.h"
+#include "fix/SafeFile.h"
 
 namespace atomscan_tool {
 
@@ -77,7 +80,8 @@ std::optional<std::vector<Change>> Compare(const QT::internal::RepairTablePlace&
     return changes;
 }
 
-void PrintChanges(const QT::internal::RepairTablePlace& place, const std::vector<Change>& changes, bool dryRun)
+void PrintChanges(const QT::internal::RepairTablePlace& place, const std::vector<Change>& changes,
+                  const std::string& outcome)
 {
     if (!changes.empty()) {
         TextTable table({true, false, true, true, true});
@@ -90,37 +94,50 @@ void PrintChanges(const QT::internal::RepairTablePlace& place, const std::vector
     const std::string count = changes.empty()            ? std::string("no chunk offset")
                               : changes.size() == 1 ? std::string("1 chunk offset")
                                                     : std::to_string(changes.size()) + " chunk offsets";
-    std::printf("%s %s\n", count.c_str(), dryRun ? "would change; the movie was left as it is" : "changed");
+    std::printf("%s %s\n", count.c_str(), outcome.c_str());
+}
+
+int Fail(const std::string& message)
+{
+    ReportError(message);
+    return kExitFailed;
 }
 
 } // namespace
 
-int RunFix(const std::string& path, bool dryRun)
+int RunFix(const FixOptions& options)
 {
+    const std::string& path = options.path;
     // The repair opens movies that the parser refuses, so only a file without
     // a movie atom that the library's loader takes is refused here.
     MovieAtomCopy movie;
-    if (const QT::ResultCode code = LoadMovieAtom(path, movie); code != QT::kResultSuccess) {
-        ReportError(path + ": " + OpenFailureText(code));
-        return kExitFailed;
-    }
-    if (!dryRun && ::access(path.c_str(), W_OK) != 0) {
-        ReportError(path + ": cannot write to the file");
-        return kExitFailed;
-    }
+    if (const QT::ResultCode code = LoadMovieAtom(path, movie); code != QT::kResultSuccess)
+        return Fail(path + ": " + OpenFailureText(code));
+    const bool inPlace = !options.dryRun && options.output.empty();
+    if (inPlace && ::access(path.c_str(), W_OK) != 0) return Fail(path + ": cannot write to the file");
 
-    TempDirectory directory;
+    // The file the repair writes: the movie itself, a copy that becomes the
+    // output, or a stand-in of a dry run.
     std::string target = path;
-    if (dryRun) {
-        if (directory.Path().empty()) {
-            ReportError("cannot make a temporary directory");
-            return kExitFailed;
-        }
+    std::string outcome = "changed";
+    TempDirectory directory;
+    TempBeside output(options.output);
+    if (options.dryRun) {
+        if (directory.Path().empty()) return Fail("cannot make a temporary directory");
         target = directory.Path() + "/" + std::filesystem::path(path).filename().string();
-        if (!WriteStandIn(movie, target)) {
-            ReportError(path + ": cannot make a temporary copy");
-            return kExitFailed;
-        }
+        if (!WriteStandIn(movie, target)) return Fail(path + ": cannot make a temporary copy");
+        outcome = "would change; the movie was left as it is";
+    } else if (!options.output.empty()) {
+        if (!output.CopyFrom(path)) return Fail(output.Error());
+        target = output.Path();
+        outcome = "changed in " + options.output + "; the movie was left as it is";
+    } else if (options.backup) {
+        const std::string backupPath = path + ".orig";
+        TempBeside backup(backupPath);
+        if (!backup.CopyFrom(path)) return Fail(backup.Error());
+        if (!backup.Commit(false))
+            return Fail(backup.ErrorNumber() == EEXIST ? backupPath + " exists already: move it away first" : backup.Error());
+        outcome = "changed; the original is kept in " + backupPath;
     }
 
     QT::internal::RepairTablePlace place;
@@ -131,11 +148,9 @@ int RunFix(const std::string& path, bool dryRun)
         changes = after ? Compare(place, movie, QT::AtomReader(after->data(), static_cast<std::uint32_t>(after->size())))
                         : std::nullopt;
     }
-    if (!changes) {
-        ReportError(target + ": cannot read the chunk offset table after the repair");
-        return kExitFailed;
-    }
-    PrintChanges(place, *changes, dryRun);
+    if (!changes) return Fail(target + ": cannot read the chunk offset table after the repair");
+    if (!options.output.empty() && !output.Commit(true)) return Fail(output.Error());
+    PrintChanges(place, *changes, outcome);
     return kExitOk;
 }
 

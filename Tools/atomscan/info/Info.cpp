@@ -76,21 +76,27 @@ void PrintReferences(Tessel::InterfaceRef<QT::IQTMovie>& movie, const std::strin
     table.Print(stdout, "    ");
 }
 
-void PrintTracks(QT::IQTMovie& movie, const std::string& moviePath)
+void PrintTracks(const MovieSummary& summary)
 {
-    const std::uint32_t count = movie.GetTrackCount();
-    if (count == 0) return;
+    if (summary.tracks.empty()) return;
     TextTable table({true, false, false, false, false, true, false, false});
-    table.AddRow({"#", "type", "enabled", "codec", "format", "frames", "rate", "edit"});
-    const std::uint32_t movieTimeScale = movie.GetTimeScale();
-    for (std::uint32_t i = 0; i < count; ++i) {
-        Tessel::InterfaceRef<QT::IQTTrack> track = movie.GetIndTrack(i);
-        const TrackSummary s = SummarizeTrack(*track, movieTimeScale, moviePath);
-        table.AddRow({std::to_string(i), s.type, s.enabled, s.codec, s.format, s.samples, s.rate, s.edit});
+    std::vector<std::string> headings = {"#"};
+    for (const FactName& name : kTrackFacts) headings.push_back(name.heading);
+    table.AddRow(std::move(headings));
+    for (std::size_t i = 0; i < summary.tracks.size(); ++i) {
+        std::vector<std::string> row = {std::to_string(i)};
+        for (std::string& cell : TrackCells(summary.tracks[i])) row.push_back(std::move(cell));
+        table.AddRow(std::move(row));
     }
     std::printf("\n");
     table.Print(stdout, "  ");
     std::printf("\n");
+}
+
+// "  label" padded to the column of the values.
+void PrintFact(MovieFact fact, const std::string& value)
+{
+    std::printf("  %-14s%s\n", kMovieFacts[fact].heading, value.c_str());
 }
 
 bool PrintSummary(const std::string& path)
@@ -101,16 +107,16 @@ bool PrintSummary(const std::string& path)
         return false;
     }
     QT::IQTMovie& movie = *opened.movie;
-    const std::uint32_t timeScale = movie.GetTimeScale();
-    const std::uint32_t duration = movie.GetDuration();
-    QT::QTRect bounds;
-    movie.GetBounds(bounds);
+    const MovieSummary summary = SummarizeMovie(movie, opened.absolutePath);
+    const QT::QTRect& b = summary.bounds;
     std::printf("%s\n", Bytes8Text(path).c_str());
-    std::printf("  time scale    %u\n", timeScale);
-    std::printf("  duration      %u (%s)\n", duration, ClockText(duration, timeScale).c_str());
-    std::printf("  bounds        %d %d %d %d\n", bounds.left, bounds.top, bounds.right, bounds.bottom);
-    std::printf("  tracks        %u\n", movie.GetTrackCount());
-    PrintTracks(movie, opened.absolutePath);
+    PrintFact(kFactTimeScale, std::to_string(summary.timeScale));
+    PrintFact(kFactDuration,
+              std::to_string(summary.duration) + " (" + ClockText(summary.duration, summary.timeScale) + ")");
+    PrintFact(kFactBounds, std::to_string(b.left) + " " + std::to_string(b.top) + " " + std::to_string(b.right) + " " +
+                               std::to_string(b.bottom));
+    PrintFact(kFactTracks, std::to_string(summary.tracks.size()));
+    PrintTracks(summary);
     PrintMetadata(movie);
     PrintUserData(movie);
     PrintReferences(opened.movie, opened.absolutePath);

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <string_view>
-
 #include <vector>
 
 #include "common/MovieFile.h"
@@ -69,20 +68,20 @@ std::string EditText(QT::IQTTrack& track, std::uint32_t movieTimeScale)
 }
 
 // Frames a second of a video track: frames over the media's length.
-std::string VideoRate(QT::IQTTrack& track)
+std::optional<double> VideoRate(QT::IQTTrack& track)
 {
     std::vector<QT::VideoSampleRecord> media;
-    if (track.MakeFullVideoSampleTable(false, true, media) != QT::kResultSuccess || media.empty()) return "";
+    if (track.MakeFullVideoSampleTable(false, true, media) != QT::kResultSuccess || media.empty()) return std::nullopt;
     std::uint64_t length = 0;
     for (const QT::VideoSampleRecord& r : media) length += r.mDuration;
-    if (length == 0) return "";
-    return FormatNumber(double(media.size()) * track.GetMediaTimeScale() / double(length)) + " fps";
+    if (length == 0) return std::nullopt;
+    return double(media.size()) * track.GetMediaTimeScale() / double(length);
 }
 
 void SummarizeVideo(QT::IQTTrack& track, TrackSummary& s)
 {
     if (track.GetSampleDescriptionCount() >= 1) {
-        s.codec = FourCCText(track.GetVideoMediaCompressionFourCC(0));
+        s.codec = track.GetVideoMediaCompressionFourCC(0);
         s.format = std::to_string(track.GetVideoMediaWidth(0)) + "x" + std::to_string(track.GetVideoMediaHeight(0));
         std::uint32_t h = 0, v = 0;
         if (track.GetVideoMediaPixelAspect(0, h, v) == QT::kResultSuccess && h != v)
@@ -90,17 +89,16 @@ void SummarizeVideo(QT::IQTTrack& track, TrackSummary& s)
     }
     // The frames that the edit shows; none when the edit cannot be applied.
     std::vector<QT::VideoSampleRecord> shown;
-    s.samples = track.MakeFullVideoSampleTable(false, false, shown) == QT::kResultSuccess
-                    ? std::to_string(shown.size())
-                    : std::string();
+    s.frames.reset();
+    if (track.MakeFullVideoSampleTable(false, false, shown) == QT::kResultSuccess) s.frames = shown.size();
     s.rate = VideoRate(track);
 }
 
 void SummarizeAudio(QT::IQTTrack& track, TrackSummary& s)
 {
-    s.samples.clear();
+    s.frames.reset();
     if (track.GetSampleDescriptionCount() < 1) return;
-    s.codec = FourCCText(track.GetAudioMediaRawDataFormat(0));
+    s.codec = track.GetAudioMediaRawDataFormat(0);
     s.format = std::to_string(track.GetAudioMediaSampleRate(0)) + " Hz, " +
                std::to_string(track.GetAudioMediaNumChannels(0)) + " ch";
     if (!track.IsAudioMediaUncompressed(0)) return;
@@ -111,7 +109,7 @@ void SummarizeAudio(QT::IQTTrack& track, TrackSummary& s)
     if (track.MakeAudioSampleRangeMap(ranges, false) != QT::kResultSuccess) return;
     std::uint64_t frames = 0;
     for (const auto& entry : ranges) frames += entry.second.mSampleCount;
-    s.samples = std::to_string(frames);
+    s.frames = frames;
 }
 
 void SummarizeTimecode(QT::IQTTrack& track, const std::string& moviePath, TrackSummary& s)
@@ -120,8 +118,10 @@ void SummarizeTimecode(QT::IQTTrack& track, const std::string& moviePath, TrackS
     QT::TimecodeInfo info;
     QT::String16 name;
     if (track.GetTimecodeMediaInfo(info, name) != 0) return;
-    if (info.mTicksPerFrame != 0)
-        s.rate = FormatNumber(double(info.mTimeScale) / info.mTicksPerFrame) + " fps" + (info.mDropFrame ? " DF" : "");
+    if (info.mTicksPerFrame != 0) {
+        s.rate = double(info.mTimeScale) / info.mTicksPerFrame;
+        s.dropFrame = info.mDropFrame;
+    }
     std::uint64_t offset = 0;
     std::uint32_t size = 0;
     if (track.GetTimecodeMediaSampleLocation(offset, size) != 0 || size > kLargestTimecodeSample) return;
@@ -137,7 +137,7 @@ void SummarizeTimecode(QT::IQTTrack& track, const std::string& moviePath, TrackS
 
 void SummarizeCaption(QT::IQTTrack& track, QT::FourCC format, const std::string& moviePath, TrackSummary& s)
 {
-    s.codec = FourCCText(format);
+    s.codec = format;
     QT::CaptionSampleMap captions;
     if (track.MakeCaptionSampleTable(ToString16(moviePath), captions, false) == QT::kResultSuccess)
         s.format = std::to_string(captions.size()) + " caption records";
@@ -149,9 +149,9 @@ TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, c
 {
     TrackSummary s;
     const QT::FourCC mediaType = track.GetTrackMediaType();
-    s.type = FourCCText(mediaType);
-    s.enabled = std::string(track.IsTrackEnabled() ? "yes" : "no");
-    s.samples = std::to_string(track.GetEditSampleCount());
+    s.type = mediaType;
+    s.enabled = track.IsTrackEnabled();
+    s.frames = track.GetEditSampleCount();
     s.edit = EditText(track, movieTimeScale);
     if (mediaType == QT::kVideoMediaType) SummarizeVideo(track, s);
     else if (mediaType == QT::kAudioMediaType) SummarizeAudio(track, s);
@@ -161,6 +161,33 @@ TrackSummary SummarizeTrack(QT::IQTTrack& track, std::uint32_t movieTimeScale, c
         if (captionFormat != QT::kUnknownMediaType) SummarizeCaption(track, captionFormat, moviePath, s);
     }
     return s;
+}
+
+std::array<std::string, kTrackFactCount> TrackCells(const TrackSummary& s)
+{
+    std::array<std::string, kTrackFactCount> cells;
+    cells[kFactType] = FourCCText(s.type);
+    cells[kFactEnabled] = s.enabled ? "yes" : "no";
+    cells[kFactCodec] = s.codec ? FourCCText(*s.codec) : "-";
+    cells[kFactFormat] = s.format;
+    cells[kFactFrames] = s.frames ? std::to_string(*s.frames) : "";
+    cells[kFactRate] = s.rate ? FormatNumber(*s.rate) + " fps" + (s.dropFrame ? " DF" : "") : "";
+    cells[kFactEdit] = s.edit;
+    return cells;
+}
+
+MovieSummary SummarizeMovie(QT::IQTMovie& movie, const std::string& moviePath)
+{
+    MovieSummary m;
+    m.timeScale = movie.GetTimeScale();
+    m.duration = movie.GetDuration();
+    movie.GetBounds(m.bounds);
+    const std::uint32_t count = movie.GetTrackCount();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        Tessel::InterfaceRef<QT::IQTTrack> track = movie.GetIndTrack(i);
+        m.tracks.push_back(SummarizeTrack(*track, m.timeScale, moviePath));
+    }
+    return m;
 }
 
 } // namespace atomscan_tool
