@@ -51,7 +51,7 @@ long PeakAddressSpaceKb()
 
 // Opens the file in a child process, whose peak address space starts afresh
 // at the fork. The child exits with 2 unless the file is no movie, else with 1
-// when the open reserved 64 MiB or more.
+// when the open reserved 64 MiB or more; an open that never ends is killed by the alarm.
 void ExpectNoMovie(const Bytes& bytes, std::uint64_t sparseSize, bool copied)
 {
     TempFile file(bytes);
@@ -59,6 +59,7 @@ void ExpectNoMovie(const Bytes& bytes, std::uint64_t sparseSize, bool copied)
         ASSERT_EQ(::truncate(file.Path().c_str(), static_cast<off_t>(sparseSize)), 0);
     }
     EXPECT_EXIT({
+        ::alarm(60);
         const long before = PeakAddressSpaceKb();
         Tessel::InterfaceRef<QT::IQTMovie> movie;
         if (QT::MakeParser()->OpenMovie(file.Path16(), movie) != QT::kResultNotAMovie) ::_exit(2);
