@@ -2,17 +2,8 @@
 // every version, the byte order search, the 5.1 channel order of `chan`, the
 // bounds of a description; and the file ranges of a track's frames within its
 // edit, with the shapes that are refused.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <functional>
-#include <limits>
-#include <tuple>
 
 #include "Tests/Support/Open.h"
-#include "Tests/Support/SoundBuilder.h"
-
-using namespace testsupport;
 
 namespace {
 
@@ -162,7 +153,6 @@ TEST(ChannelMap, LayoutsAndDamagedChan)
     });
 }
 
-using Change = std::function<void(TrackPlan&)>;
 using Range = std::tuple<std::uint64_t, std::uint64_t, std::uint64_t>; // count, output position, offset
 using Keyed = std::vector<std::pair<std::uint64_t, Range>>;
 using Entries = std::vector<std::array<std::uint32_t, 3>>;

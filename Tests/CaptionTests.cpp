@@ -1,12 +1,7 @@
 // Caption tracks: where each `c608`/`c708` data run lies and when it
 // applies, on built tracks (the corpus caption movies are in the corpus dump test).
-#include <gtest/gtest.h>
-
-#include <functional>
 
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 
@@ -41,7 +36,7 @@ OpenedTrack OpenCaptions(const TrackPlan& track, const Bytes& mdat = {})
 QT::CaptionSampleMap Table(const OpenedTrack& t, bool byOffset, const QT::String16* path = nullptr)
 {
     QT::CaptionSampleMap table;
-    EXPECT_EQ(t.track->MakeCaptionSampleTable(path ? *path : t.Path16(), table, byOffset), QT::kResultSuccess);
+    EXPECT_EQ(t.track->MakeCaptionSampleTable(path ? *path : t.file->Path16(), table, byOffset), QT::kResultSuccess);
     return table;
 }
 
@@ -84,7 +79,7 @@ TEST(Caption, ASizeFromABrokenTableGivesNoMorePairsThanTheFileHolds)
 {
     OpenedTrack t = OpenCaptions(CaptionTrack("c608", {0x7ffffff0}, {kBase}), CdatSample(4));
     const QT::CaptionSampleMap table = Table(t, true);
-    EXPECT_EQ(table.size(), ReadFile(t.path).size() / 2);
+    EXPECT_EQ(table.size(), t.file->Read().size() / 2);
     EXPECT_EQ(table.begin()->second, Pair(0, kBase + 8));
 }
 

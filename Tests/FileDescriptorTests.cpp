@@ -1,26 +1,15 @@
 // Files: no public operation leaves one open when it returns, on a good movie
 // or on files it gives up on part way, and none waits on a path that is no
 // regular file.
-#include <fcntl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
 
-#include <chrono>
 #include <cstring>
-#include <filesystem>
 #include <future>
 #include <iterator>
-#include <tuple>
 
-#include <gtest/gtest.h>
-
-#include "Inc/IQTMovieFixer.h"
-#include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
 
-using namespace testsupport;
 namespace fs = std::filesystem;
 
 namespace {
@@ -56,7 +45,7 @@ TEST(FileDescriptors, EveryFileOperationReturnsAtOnceAndClosesItsFile)
     captions.stco = {kMdatPayloadStart};
     captions.stszSizes = {12};
     const OpenedTrack track = OpenTrackOf(BuildMovieFileMediaFirst(MoviePlan{600, 100, {captions}, {}}, Bytes(12, 0)));
-    const fs::path dir = track.path.parent_path();
+    const fs::path dir = track.file->Path().parent_path();
     ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
     fs::create_directory(dir / "folder");
     const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);

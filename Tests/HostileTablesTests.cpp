@@ -1,16 +1,8 @@
 // Inputs found by fuzzing and the sanitizers: table counts that no file could
 // back, and movie atoms larger than their file. Each ends quickly with the
 // right result, reads nothing outside the copy and allocates nothing for it.
-#include <unistd.h>
-
-#include <chrono>
-#include <fstream>
-
-#include <gtest/gtest.h>
 
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

@@ -1,14 +1,9 @@
 // Key/value metadata read at the open: integer values by length, which item a
 // key gets, and layouts or entries too short to be read. (The corpus movie's
 // `meta` inside `udta` is user data, as its dump shows.)
-#include <chrono>
 #include <sstream>
 
-#include <gtest/gtest.h>
-
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

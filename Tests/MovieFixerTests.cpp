@@ -1,14 +1,8 @@
 // Repairing chunk offsets in place: which entries are mended, to what, and
 // that nothing else in the file changes. Every check compares whole files.
-#include <functional>
 
-#include <gtest/gtest.h>
-
-#include "Inc/AtomscanInternal.h"
-#include "Inc/IQTMovieFixer.h"
 #include "Tests/Support/Open.h"
 
-using namespace testsupport;
 namespace fs = std::filesystem;
 
 namespace {

@@ -2,19 +2,8 @@
 // external files, the payload of a `hndl` reference), listing them for a whole
 // movie by track and in one map, and validation: each file found from here by
 // its stored path, on a volume by its label, or near the movie.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-
-#include "Inc/ExternalReferences.h"
-#include "Src/ExternalReferences.h"
-#include "Tests/Support/DataReferenceBuilder.h"
-#include "Tests/Support/FakeVolumes.h"
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

@@ -1,10 +1,7 @@
 // Timecode tracks: the description, where the sample lies, and the frame
 // number in its bytes (the corpus movies' are in the corpus dump test).
-#include <gtest/gtest.h>
 
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

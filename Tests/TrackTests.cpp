@@ -1,13 +1,7 @@
 // The track core: the edit analysis, the conversions between the movie's
 // and the media's time scale, and the reader of the chunk offsets.
-#include <gtest/gtest.h>
 
-#include <functional>
-
-#include "Src/QTTrack.h"
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

@@ -1,18 +1,12 @@
 // The frame table of a video track over built sample tables: placement in
 // chunks against a straightforward sum, the edits, refused tables, the limit
 // and the sort.
-#include <gtest/gtest.h>
-
-#include <functional>
 
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 
 using Table = std::vector<QT::VideoSampleRecord>;
-using Change = std::function<void(TrackPlan&)>;
 using Numbers = std::vector<std::uint64_t>;
 using Edits = std::vector<std::array<std::uint32_t, 3>>;
 

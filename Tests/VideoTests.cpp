@@ -2,15 +2,8 @@
 // extension atoms, the descriptions handed out as bytes) and the display order
 // and frame dependencies from `ctts`, `sdtp` and the first `stts` duration, with
 // the trace lines of a table found invalid. The frame table has its own file.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <limits>
-#include <tuple>
 
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

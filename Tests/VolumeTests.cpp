@@ -2,20 +2,15 @@
 // logical drive table over a fake volume list (lookups, rebuilds through the
 // change notice, the process table, lookups racing rebuilds); the volume change
 // notice (registration, removal, the monitor thread).
-#include <gtest/gtest.h>
 #include <boost/make_shared.hpp>
 
 #include <atomic>
-#include <chrono>
 #include <cstring>
-#include <memory>
 #include <string_view>
 #include <thread>
 #include <vector>
 
-#include "Src/ExternalReferences.h"
-#include "Tests/Support/FakeVolumes.h"
-#include "Tests/Support/MovieBuilder.h"
+#include "Tests/Support/Open.h"
 #include "vellum/VolumeServices.h"
 #include "vellum/vellum.h"
 
@@ -23,7 +18,6 @@ namespace fs = vellum::filesupport;
 using Monitor = fs::DirectoryChangeMonitor;
 using fs::VolumeChangedCallback;
 using namespace std::string_view_literals;
-using namespace testsupport;
 
 namespace {
 

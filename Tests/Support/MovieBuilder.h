@@ -155,4 +155,121 @@ Bytes ReadFile(const std::filesystem::path& path);
 // Where the project's test data lives.
 std::filesystem::path TestDataDir();
 
+// Sound descriptions, their extension atoms and sound tracks.
+
+// Versions 0 and 1: version, revision, vendor, channels, sample size,
+// compression id, packet size and 16.16 rate, then `packetFields` bytes (16 in
+// version 1) and `extensions`.
+inline Bytes SoundDescriptionV0(const char* format, std::uint16_t channels, std::uint16_t sampleSize,
+                                std::uint32_t rate16_16, const std::vector<Atom>& extensions = {},
+                                std::uint16_t version = 0, std::size_t packetFields = 0)
+{
+    return SampleDescription(format, ByteWriter().U16(version).U16(0).U32(0).U16(channels).U16(sampleSize).U32(0)
+                                         .U32(rate16_16).Zeros(packetFields).Raw(Concat(extensions)));
+}
+
+// Version 1 at 48 kHz unless told otherwise: extensions at 52.
+inline Bytes SoundDescriptionV1(const char* format, std::uint16_t channels, std::uint16_t sampleSize,
+                                const std::vector<Atom>& extensions = {}, std::uint32_t rate16_16 = 48000u << 16)
+{
+    return SoundDescriptionV0(format, channels, sampleSize, rate16_16, extensions, 1, 16);
+}
+
+// Version 2: the legacy fields at their fixed values (3 channels, 16 bits,
+// rate 1.0), the 0x7f000000 marker at 52, and `extensions` at 72. Flags: 1
+// float, 2 big-endian, 4 signed integer.
+inline Bytes SoundDescriptionV2(const char* format, double rate, std::uint32_t channels, std::uint32_t bits,
+                                std::uint32_t flags, std::uint32_t bytesPerPacket = 0,
+                                std::uint32_t framesPerPacket = 1, const std::vector<Atom>& extensions = {})
+{
+    return SampleDescription(format, ByteWriter().U16(2).U16(0).U32(0).U16(3).U16(16).U32(0).U32(0x10000).U32(72)
+                                         .F64(rate).U32(channels).U32(0x7f000000).U32(bits).U32(flags)
+                                         .U32(bytesPerPacket).U32(framesPerPacket).Raw(Concat(extensions)));
+}
+
+inline Atom Wave(std::vector<Atom> children) { return Atom("wave", std::move(children)); }
+inline Atom Enda(std::uint16_t word) { return Atom("enda", ByteWriter().U16(word)); }
+
+// `chan`: version/flags, layout tag, bitmap, count, then a 20-byte channel
+// description per label.
+inline Atom Chan(std::uint32_t tag, std::uint32_t bitmap, const std::vector<std::uint32_t>& labels = {})
+{
+    ByteWriter w;
+    w.U32(0).U32(tag).U32(bitmap).U32(static_cast<std::uint32_t>(labels.size()));
+    for (std::uint32_t label : labels) w.U32(label).Zeros(16);
+    return Atom("chan", w.Take());
+}
+
+inline TrackPlan SoundTrack(std::vector<Bytes> descriptions)
+{
+    TrackPlan t;
+    t.mediaType = "soun";
+    t.mediaTimeScale = 48000;
+    t.descriptions = std::move(descriptions);
+    return t;
+}
+
+inline std::string FourCCText(QT::FourCC c) { return {char(c >> 24), char(c >> 16), char(c >> 8), char(c)}; }
+
+// `dinf`/`dref` atoms and their entries: `alis` records with a file name and tagged fields, `url ` and
+// `hndl` entries.
+
+// One `alis` record: the file name at 50, the tagged fields from 150; the
+// rest of the fixed part is zero, as the reader skips it.
+struct Alias {
+    Alias(std::string name, std::vector<std::pair<std::int16_t, std::string>> tagged = {})
+        : fileName(std::move(name)), tags(std::move(tagged)) {}
+    std::string fileName;
+    std::vector<std::pair<std::int16_t, std::string>> tags; // each tag and its text, in order
+    bool closeTags = true;                                  // the closing tag -1
+    std::uint8_t flags = 0;                                 // low byte of the entry's flags
+    std::optional<std::uint8_t> fileNameLength;             // replaces the true length byte
+};
+
+// The whole `dref` entry: size, `alis`, version and flags, the record.
+inline Bytes AliasEntry(const Alias& r)
+{
+    ByteWriter w; // the entry's size and the record's size are set below
+    w.U32(0).Code("alis").U32(r.flags).U32(0).U16(0).Zeros(44);
+    w.U8(r.fileNameLength.value_or(static_cast<std::uint8_t>(r.fileName.size()))).Text(r.fileName);
+    w.Zeros(99 - r.fileName.size()); // the rest of the 63-byte name, then 36 bytes to the tags
+    for (const auto& [tag, text] : r.tags) // text of odd length is padded to an even one
+        w.U16(static_cast<std::uint16_t>(tag)).U16(static_cast<std::uint32_t>(text.size())).Text(text).Zeros(
+            text.size() % 2);
+    if (r.closeTags) w.U16(0xffff).U16(0);
+    Bytes b = w.Take();
+    for (int i = 0; i < 4; ++i) b[i] = static_cast<std::uint8_t>(b.size() >> (24 - 8 * i));
+    b[16] = static_cast<std::uint8_t>((b.size() - 12) >> 8);
+    b[17] = static_cast<std::uint8_t>(b.size() - 12);
+    return b;
+}
+
+// An entry of any type with its data as given.
+inline Bytes ReferenceEntry(const char* type, std::uint8_t flags, const Bytes& data = {},
+                            std::optional<std::uint32_t> size = {})
+{
+    const std::uint32_t stored = size.value_or(static_cast<std::uint32_t>(12 + data.size()));
+    return ByteWriter().U32(stored).Code(type).U32(flags).Raw(data);
+}
+
+// A `hndl` entry: 5 unread bytes, then an inner `data` atom holding `payload`.
+inline Bytes HandleEntry(const Bytes& payload, std::optional<std::uint32_t> innerSize = {},
+                         const char* innerType = "data", std::optional<std::uint32_t> entrySize = {})
+{
+    const std::uint32_t inner = innerSize.value_or(static_cast<std::uint32_t>(8 + payload.size()));
+    return ReferenceEntry("hndl", 0, ByteWriter().Zeros(5).U32(inner).Code(innerType).Raw(payload), entrySize);
+}
+
+// `dinf` holding a `dref` with `entries`; the count and the size of `dref` may be set apart from them.
+inline Atom DataInformation(const std::vector<Bytes>& entries, std::optional<std::uint32_t> count = {},
+                            std::optional<std::uint32_t> drefSize = {})
+{
+    ByteWriter payload;
+    payload.U32(0).U32(count.value_or(static_cast<std::uint32_t>(entries.size())));
+    for (const Bytes& e : entries) payload.Raw(e);
+    Atom dref("dref", payload.Take());
+    dref.size = drefSize;
+    return Atom("dinf", {dref});
+}
+
 } // namespace testsupport

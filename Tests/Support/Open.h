@@ -1,17 +1,48 @@
-// Opening movies in tests, built or from the corpus, whole or for one track.
+// The one header a test includes: the library, the builders and the corpus, and
+// opening movies, built or from the corpus, whole or for one track.
 #pragma once
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <limits>
 #include <memory>
 #include <stdexcept>
+#include <tuple>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
+#include "Inc/AtomscanInternal.h"
+#include "Inc/ExternalReferences.h"
 #include "Inc/IAtomscan.h"
 #include "Inc/IQTMovie.h"
+#include "Inc/IQTMovieFixer.h"
+#include "Src/ExternalReferences.h"
 #include "Src/QTTrack.h"
+#include "Tests/Support/FakeVolumes.h"
 #include "Tests/Support/MovieBuilder.h"
 
 namespace testsupport {
+
+// The real movies in the test data, with what an independent parser read from them.
+inline std::filesystem::path CorpusDir() { return TestDataDir() / "corpus"; }
+
+inline std::filesystem::path CorpusMovie(const std::string& name) { return CorpusDir() / (name + ".mov"); }
+
+// The independent parser's report (streams and packets).
+inline nlohmann::json Probe(const std::string& name)
+{
+    std::ifstream in(CorpusDir() / (name + ".ffprobe.json"));
+    return nlohmann::json::parse(in);
+}
+
+using Change = std::function<void(TrackPlan&)>; // a change to a built track
 
 struct OpenResult {
     QT::ResultCode code = 0;
@@ -31,30 +62,19 @@ inline OpenResult OpenPlan(const MoviePlan& plan) { return OpenBytes(BuildMovieF
 
 // A track of a movie that opened, and the file it came from, kept while the object lives.
 struct OpenedTrack {
-    std::unique_ptr<TempFile> file; // null for a corpus movie
-    std::filesystem::path path;
+    std::unique_ptr<TempFile> file;
     Tessel::InterfaceRef<QT::IQTTrack> track;
-
-    QT::String16 Path16() const { return ToString16(path.string()); }
     // The object behind the interface, for its members outside the interface.
     QT::QTTrack& Core() const { return static_cast<QT::QTTrack&>(*track); }
 };
 
-inline OpenedTrack OpenTrackAt(const std::filesystem::path& path, std::uint64_t index = 0)
-{
-    OpenedTrack o{nullptr, path, {}};
-    Tessel::InterfaceRef<QT::IQTMovie> movie;
-    if (QT::MakeParser()->OpenMovie(ToString16(path.string()), movie) != QT::kResultSuccess)
-        throw std::runtime_error("the movie does not open: " + path.string());
-    o.track = movie->GetIndTrack(index);
-    return o;
-}
-
 inline OpenedTrack OpenTrackOf(const Bytes& bytes, std::uint64_t index = 0)
 {
-    auto file = std::make_unique<TempFile>(bytes);
-    OpenedTrack o = OpenTrackAt(file->Path(), index);
-    o.file = std::move(file);
+    OpenedTrack o{std::make_unique<TempFile>(bytes), {}};
+    Tessel::InterfaceRef<QT::IQTMovie> movie;
+    if (QT::MakeParser()->OpenMovie(o.file->Path16(), movie) != QT::kResultSuccess)
+        throw std::runtime_error("the movie does not open: " + o.file->Path().string());
+    o.track = movie->GetIndTrack(index);
     return o;
 }
 
@@ -75,3 +95,5 @@ inline Bytes BuildMovieFileMediaFirst(const MoviePlan& plan, const Bytes& mdatPa
 }
 
 } // namespace testsupport
+
+using namespace testsupport;

@@ -2,7 +2,6 @@
 // in Data/dumps, and what an independent parser (ffprobe) read of the same file agrees with it: tracks,
 // descriptions, every frame, audio range, caption pair and timecode. A derived copy's frames are held
 // against the file it was made from.
-#include <fstream>
 #include <set>
 
 #include "Tests/Tool/ToolRunner.h"

@@ -1,7 +1,6 @@
 // `atomscan dump` on what only built movies show (the corpus movies' whole documents are in the corpus
 // dump test): metadata of each kind, external references, an empty edit, the start timecode; large
 // tables, and --no-tables.
-#include <fstream>
 #include <numeric>
 
 #include "Tests/Tool/ToolRunner.h"

@@ -1,24 +1,18 @@
 // Runs the built atomscan program and collects what it printed.
 #pragma once
 
-#include <fcntl.h>
 #include <grp.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Tests/Support/Corpus.h"
-#include "Tests/Support/DataReferenceBuilder.h"
+#include "Tests/Support/Open.h"
 #include "dump/DumpJson.h"
 
 namespace tooltest {
 
 using nlohmann::json;
-using namespace testsupport;
 
 struct ToolResult {
     int exitCode = -1; // -1 when the program did not exit normally
