@@ -10,21 +10,6 @@ const QT::String16 kNoFile = u"/nonexistent-directory/none.mov";
 
 QT::CaptionSampleRecord Pair(std::uint64_t time, std::uint64_t offset) { return {time, offset, 2, false, 0, 0}; }
 
-// `sizes` spread evenly over `chunks`, 1001 apart at 30000 a second.
-TrackPlan CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std::vector<std::uint32_t> chunks)
-{
-    const auto n = static_cast<std::uint32_t>(sizes.size());
-    TrackPlan plan;
-    plan.mediaType = "clcp";
-    plan.mediaTimeScale = 30000;
-    plan.descriptions = {SampleDescription(format, {})};
-    plan.stts = {{n, 1001}};
-    plan.stsc = {{1, n / static_cast<std::uint32_t>(chunks.size()), 1}};
-    plan.stszSizes = sizes;
-    plan.stco = chunks;
-    return plan;
-}
-
 // The track in a movie whose `mdat`, holding `mdat`, comes first.
 OpenedTrack OpenCaptions(const TrackPlan& track, const Bytes& mdat = {})
 {

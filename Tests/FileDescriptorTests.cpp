@@ -39,11 +39,7 @@ TEST(FileDescriptors, EveryFileOperationReturnsAtOnceAndClosesItsFile)
 {
     // The caption table reads 8 bytes of a `c608` sample of 12 in the file it is given: without `cdat` there, 6
     // pairs; where it cannot read the file it keeps the 8-byte header, and 2 pairs are left.
-    TrackPlan captions;
-    captions.mediaType = "clcp";
-    captions.descriptions = {SampleDescription("c608", {})};
-    captions.stco = {kMdatPayloadStart};
-    captions.stszSizes = {12};
+    const TrackPlan captions = CaptionTrack("c608", {12}, {kMdatPayloadStart});
     const OpenedTrack track = OpenTrackOf(BuildMovieFileMediaFirst(MoviePlan{600, 100, {captions}, {}}, Bytes(12, 0)));
     const fs::path dir = track.file->Path().parent_path();
     ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);

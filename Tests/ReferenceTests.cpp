@@ -177,17 +177,6 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
     }
 }
 
-// A fake volume list that the process's drive table answers from, and the system's list again afterwards.
-struct ProcessVolumes {
-    explicit ProcessVolumes(std::vector<vellum::filesupport::MountedVolume> volumes) : fake(std::in_place, volumes)
-    {
-        Rebuild();
-    }
-    ~ProcessVolumes() { fake.reset(); Rebuild(); }
-    static void Rebuild() { if (QT::IsLogicalDriveTableMade()) QT::GetLogicalDriveTable()->RebuildLogicalDriveTable(); }
-    std::optional<FakeVolumes> fake;
-};
-
 // References by their stored paths. A leading "@" stands for "/" and the root of the volume "Vol": a
 // network path that exists here.
 QT::ExternalReferenceMap References(const std::vector<std::array<const char*, 3>>& refs, const std::string& root)
@@ -236,7 +225,7 @@ TEST(ValidateExternalReferences, RoutesToEachFile)
         SCOPED_TRACE(c.name);
         TempFile movie(Bytes{0}, c.movie), volume(Bytes{0}, "marker");
         const std::string root = volume.Path().parent_path().string() + "/";
-        ProcessVolumes volumes({Volume(u"/media/other/", u"Other"), Volume(ToString16(root).c_str(), u"Vol")});
+        FakeVolumes volumes({Volume(u"/media/other/", u"Other"), Volume(ToString16(root).c_str(), u"Vol")});
         if (*c.nearMovie) Touch(movie.Path().parent_path() / c.nearMovie);
         if (*c.onVolume) Touch(root + c.onVolume);
         EXPECT_EQ(QT::ValidateExternalReferences(movie.Path16(), References(c.refs, root)), c.found);

@@ -6,22 +6,7 @@
 namespace {
 
 // Flags 3 (drop frame), 30000 units a second, 1001 a frame, 30 frames, then `tail`.
-Bytes Description(const Bytes& tail = {})
-{
-    return SampleDescription("tmcd", ByteWriter().U32(0).U32(3).U32(30000).U32(1001).U8(30).U8(0).Raw(tail));
-}
-
-// One sample of 4 bytes at 1000.
-TrackPlan TimecodeTrack(const Bytes& description = Description(), const char* subtype = "tmcd")
-{
-    TrackPlan plan;
-    plan.mediaType = "tmcd";
-    plan.hdlrSubtype = subtype;
-    plan.descriptions = {description};
-    plan.stszConstant = 4;
-    plan.stco = {1000};
-    return plan;
-}
+Bytes Description(const Bytes& tail = {}) { return TimecodeDescription(3, 30000, 1001, 30, tail); }
 
 TEST(Timecode, DescriptionAndSourceName)
 {
@@ -38,7 +23,7 @@ TEST(Timecode, DescriptionAndSourceName)
         SCOPED_TRACE(c.name);
         QT::TimecodeInfo info{true, 9, 9, 9, false};
         QT::String16 source = u"stale";
-        ASSERT_EQ(OpenTrackOf(TimecodeTrack(c.description)).track->GetTimecodeMediaInfo(info, source), 0);
+        ASSERT_EQ(OpenTrackOf(TimecodeTrack(c.description, "tmcd", 1000)).track->GetTimecodeMediaInfo(info, source), 0);
         EXPECT_EQ(source, c.source);
         EXPECT_EQ(std::tuple(info.mDropFrame, info.mTimeScale, info.mTicksPerFrame, int{info.mNumberOfFrames}),
                   c.fieldsRead ? std::tuple(true, 30000u, 1001u, 30) : std::tuple(false, 0u, 0u, 0));
@@ -61,7 +46,7 @@ TEST(Timecode, FrameValueAndTheFirstEdit)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackPlan plan = TimecodeTrack(Description(), c.subtype);
+        TrackPlan plan = TimecodeTrack(Description(), c.subtype, 1000);
         if (c.editTime != 0) plan.edits = {{{100, c.editTime, 0x10000}, {100, 0, 0x10000}}};
         QT::TimecodeInfo info;
         info.mTicksPerFrame = c.ticks;
@@ -83,8 +68,7 @@ TEST(Timecode, SampleLocation)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackPlan plan = TimecodeTrack();
-        plan.stszConstant = 0;
+        TrackPlan plan = TimecodeTrack(Description(), "tmcd", 1000);
         plan.stszSizes = c.sizes;
         plan.co64 = c.chunks;
         std::uint64_t offset = 77;

@@ -133,7 +133,6 @@ TEST(ConcurrencyDriveTable, FirstCallersShareOneTableAndLookupsDuringRebuilds)
     const Volumes lists[] = {{Volume(u"/a/", u"Alpha"), Volume(u"/b/", u"Beta")},
                                                 {Volume(u"/c/", u"Beta"), Volume(u"/b/", u"ALPHA")}};
     FakeVolumes fake(lists[0]);
-    Monitor::NotifyVolumeChange(); // a table made before reads this list
     std::atomic<int> started{0}, wrong{0};
     std::atomic<bool> done{false};
     std::vector<std::thread> readers;

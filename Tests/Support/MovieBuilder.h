@@ -155,6 +155,40 @@ Bytes ReadFile(const std::filesystem::path& path);
 // Where the project's test data lives.
 std::filesystem::path TestDataDir();
 
+// A caption track of `format`: `sizes` spread evenly over `chunks`, 1001 apart at 30000 a second.
+inline TrackPlan CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std::vector<std::uint32_t> chunks)
+{
+    const auto n = static_cast<std::uint32_t>(sizes.size());
+    TrackPlan plan;
+    plan.mediaType = "clcp";
+    plan.mediaTimeScale = 30000;
+    plan.descriptions = {SampleDescription(format, {})};
+    plan.stts = {{n, 1001}};
+    plan.stsc = {{1, n / static_cast<std::uint32_t>(chunks.size()), 1}};
+    plan.stszSizes = sizes;
+    plan.stco = chunks;
+    return plan;
+}
+
+// A timecode description: flags (1: drop frame), time scale, frame duration, frames a second, then `tail`.
+inline Bytes TimecodeDescription(std::uint32_t flags, std::uint32_t scale, std::uint32_t ticks, std::uint8_t frames,
+                                 const Bytes& tail = {})
+{
+    return SampleDescription("tmcd", ByteWriter().U32(0).U32(flags).U32(scale).U32(ticks).U8(frames).U8(0).Raw(tail));
+}
+
+// A timecode track of one 4-byte sample at `offset`.
+inline TrackPlan TimecodeTrack(const Bytes& description, const char* subtype, std::uint32_t offset)
+{
+    TrackPlan plan;
+    plan.mediaType = "tmcd";
+    plan.hdlrSubtype = subtype;
+    plan.descriptions = {description};
+    plan.stszSizes = {4};
+    plan.stco = {offset};
+    return plan;
+}
+
 // Sound descriptions, their extension atoms and sound tracks.
 
 // Versions 0 and 1: version, revision, vendor, channels, sample size,

@@ -60,11 +60,7 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
                     {false, 25, 1, 25, 100, nullptr, 1u << 30}}; // the sample lies past the end of the file
     for (const auto& c : kCases) {
         SCOPED_TRACE(c.frame);
-        MoviePlan plan;
-        plan.tracks[0].mediaType = "tmcd";
-        plan.tracks[0].descriptions = {SampleDescription(
-            "tmcd", ByteWriter().U32(0).U32(c.drop).U32(c.scale).U32(c.ticks).U8(c.rate).U8(0))};
-        plan.tracks[0].stszSizes = {4};
+        MoviePlan plan{600, 100, {TimecodeTrack(TimecodeDescription(c.drop, c.scale, c.ticks, c.rate), "tmcd", 0)}, {}};
         const Bytes sample = ByteWriter().U32(c.frame);
         plan.tracks[0].stco = {c.offset ? c.offset : static_cast<std::uint32_t>(BuildMovieFile(plan, sample).size() - 4)};
         TempFile movie(BuildMovieFile(plan, sample));
