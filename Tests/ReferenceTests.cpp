@@ -177,58 +177,32 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
     }
 }
 
-// References by their stored paths. A leading "@" stands for "/" and the root of the volume "Vol": a
-// network path that exists here.
-QT::ExternalReferenceMap References(const std::vector<std::array<const char*, 3>>& refs, const std::string& root)
+// References by their stored paths (file name, directory, path). A leading "@" stands for "/" and the root of
+// the volume "Vol": a network path that exists here.
+QT::ExternalReferenceMap References(const nlohmann::json& refs, const std::string& root)
 {
     QT::ExternalReferenceMap map;
-    for (const auto& [file, directory, path] : refs) {
-        const QT::String16 full = ToString16(*path == '@' ? "/" + root + (path + 1) : path);
-        map.emplace(full, QT::ExtRefData{ToString16(file), ToString16(directory), full});
+    for (const nlohmann::json& r : refs) {
+        const std::string path = r[2];
+        const QT::String16 full = ToString16(path.starts_with('@') ? "/" + root + path.substr(1) : path);
+        map.emplace(full, QT::ExtRefData{ToString16(r[0]), ToString16(r[1]), full});
     }
     return map;
 }
 
+// The cases are in Data/reference-routes.json.
 TEST(ValidateExternalReferences, RoutesToEachFile)
 {
-    // `nearMovie` and `onVolume`: a file made there, if any.
-    struct Case { const char* name, *movie; std::vector<std::array<const char*, 3>> refs; const char* nearMovie, *onVolume;
-                  bool found; };
-    const Case cases[] = {
-        {"volume gone: found beside the movie", "movie.mov", {{"a.mov", "", "/Gone/c/a.mov"}}, "a.mov", "", true},
-        {"the stored directory before the movie's own name", "a.mov", {{"a.mov", "Clips", "/Gone/Clips/a.mov"}},
-         "Clips/a.mov", "", true},
-        {"the movie itself is no answer", "a.mov", {{"a.mov", "Clips", "/Gone/Clips/a.mov"}}, "", "", false},
-        {"the stored path's file part, in the directory", "movie.mov", {{"new.mov", "Clips", "/Gone/Clips/a.mov"}},
-         "Clips/a.mov", "", true},
-        {"the stored path's file part, beside", "movie.mov", {{"new.mov", "Clips", "/Gone/a.mov"}}, "a.mov", "", true},
-        {"relative: below the movie's directory", "movie.mov", {{"a.mov", "", "sub/a.mov"}}, "sub/a.mov", "", true},
-        {"relative and missing: not looked for elsewhere", "movie.mov", {{"a.mov", "Clips", "a.mov"}}, "Clips/a.mov", "",
-         false},
-        {"relative: the movie itself counts", "a.mov", {{"a.mov", "", "a.mov"}}, "", "", true},
-        {"the comparison with the movie is exact", "a.mov", {{"A.mov", "", "/Gone/A.mov"}}, "A.mov", "", true},
-        {"one component names no volume", "movie.mov", {{"a.mov", "", "/a.mov"}}, "a.mov", "", true},
-        {"on the volume: label in any case, dots and doubled separators", "movie.mov",
-         {{"b.mov", "", "/VOL/././a///b.mov"}}, "", "a/b.mov", true},
-        {"a leading double separator names no volume", "movie.mov", {{"b.mov", "", "//Vol/a/b.mov"}}, "", "a/b.mov", false},
-        {"missing on the volume, found beside", "movie.mov", {{"b.mov", "", "/Vol/a/b.mov"}}, "b.mov", "", true},
-        {"missing on the volume and beside", "movie.mov", {{"b.mov", "", "/Vol/a/b.mov"}}, "", "b.mov", false},
-        {"a network path as stored", "movie.mov", {{"x.mov", "", "@x.mov"}}, "", "x.mov", true},
-        {"a network path, found beside", "movie.mov", {{"x.mov", "", "//server/x.mov"}}, "x.mov", "", true},
-        {"a network path nowhere", "movie.mov", {{"x.mov", "", "@x.mov"}}, "", "", false},
-        {"no stored path: by the file name", "movie.mov", {{"a.mov", "", ""}}, "a.mov", "", true},
-        {"nothing stored at all", "movie.mov", {{"", "", ""}}, "", "", false},
-        {"every reference must be found", "movie.mov", {{"a.mov", "", "/Gone/a.mov"}, {"b.mov", "", "/Vol/b.mov"}},
-         "a.mov", "", false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        TempFile movie(Bytes{0}, c.movie), volume(Bytes{0}, "marker");
-        const std::string root = volume.Path().parent_path().string() + "/";
+    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "reference-routes.json"))["cases"];
+    ASSERT_EQ(cases.size(), 20u);
+    for (const nlohmann::json& c : cases) {
+        SCOPED_TRACE(c[0].get<std::string>());
+        TempFile movie(Bytes{0}, c[1]), volume(Bytes{0}, "marker");
+        const std::string root = volume.Path().parent_path().string() + "/", nearMovie = c[3], onVolume = c[4];
         FakeVolumes volumes({Volume(u"/media/other/", u"Other"), Volume(ToString16(root).c_str(), u"Vol")});
-        if (*c.nearMovie) Touch(movie.Path().parent_path() / c.nearMovie);
-        if (*c.onVolume) Touch(root + c.onVolume);
-        EXPECT_EQ(QT::ValidateExternalReferences(movie.Path16(), References(c.refs, root)), c.found);
+        if (!nearMovie.empty()) Touch(movie.Path().parent_path() / nearMovie);
+        if (!onVolume.empty()) Touch(root + onVolume);
+        EXPECT_EQ(QT::ValidateExternalReferences(movie.Path16(), References(c[2], root)), c[5].get<bool>());
     }
 }
 
