@@ -9,7 +9,7 @@ using namespace tooltest;
 
 namespace {
 
-// A place in the dump of a built movie, and what it holds.
+// Places in the dumps of built movies, and what they hold (in Data/built-dumps.json).
 TEST(Dump, WhatOnlyBuiltMoviesShow)
 {
     MoviePlan meta, badRefs, empty; // metadata of each kind, keys out of map order
@@ -23,29 +23,13 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
     TempFile metadata(BuildMovieFile(meta)), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs)),
         emptyEdit(BuildMovieFile(empty));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
-    const std::string clip = '"' + kClip + '"', take = '"' + kTake + '"';
-    const struct { std::string movie, pointer, expected; } kCases[] = {
-        {metadata.Path(), "/movie/metadata", R"([{"key": "big", "dataType": 22, "alternative": 4, "value": 4294967295},
-            {"key": "blob", "dataType": 0, "alternative": 0, "value": "dead"},
-            {"key": "count", "dataType": 21, "alternative": 3, "value": -2},
-            {"key": "q\"\n", "dataType": 2, "alternative": 2, "value": "ok"},
-            {"key": "ratio", "dataType": 23, "alternative": 5, "value": "nan"},
-            {"key": "title", "dataType": 1, "alternative": 1, "value": "Hi"},
-            {"key": "wide", "dataType": 24, "alternative": 6, "value": 1.5},
-            {"key": "hex:fffe", "dataType": 1, "alternative": 1, "value": "x"}])"},
-        {refs.Path(), "/references", R"({"video": {"0": )" + clip + R"(}, "audio": {"1": )" + take +
-            R"(}, "timecode": {"2": )" + clip + R"(}, "valid": false, "all": {"result": true, "refs": [{"fullPath": )" +
-            clip + R"(, "fileName": "clip.mov", "directoryName": ""}, {"fullPath": )" + take +
-            R"(, "fileName": "take.wav", "directoryName": ""}]}})"},
-        {refs.Path(), "/tracks/0/dataReference", R"({"selfContained": false, "single": true, "type": "alis",
-            "singleExternalPath": )" + clip + "}"},
-        {found.Path(), "/references/valid", "true"},
-        {bad.Path(), "/references/all/result", "false"},
-        {bad.Path(), "/tracks/0/externalReferences/result", "false"},
-        {emptyEdit.Path(), "/tracks/0/editMediaTime", "4294967295"}};
-    for (const auto& c : kCases)
-        EXPECT_EQ(Dump(c.movie).value(json::json_pointer(c.pointer), json()), json::parse(c.expected))
-            << c.movie << c.pointer;
+    const std::map<std::string, std::string> movies = {{"metadata", metadata.Path()}, {"refs", refs.Path()},
+        {"found", found.Path()}, {"bad", bad.Path()}, {"emptyEdit", emptyEdit.Path()}};
+    const json expected = json::parse(std::ifstream(TestDataDir() / "built-dumps.json")); // each movie's places
+    ASSERT_EQ(expected.size(), movies.size());
+    for (const auto& [movie, places] : expected.items())
+        for (const auto& [pointer, value] : places.items())
+            EXPECT_EQ(Dump(movies.at(movie)).value(json::json_pointer(pointer), json()), value) << movie << pointer;
 }
 
 // The start timecode rendered from the 4-byte frame number at `offset`, or else at
