@@ -14,24 +14,9 @@ std::uint64_t N(const json& v) { return v.is_string() ? std::stoull(v.get<std::s
 bool Flag(const json& packet, char f) { return packet["flags"].get<std::string>().find(f) != std::string::npos; }
 json Parse(const std::filesystem::path& path) { return json::parse(std::ifstream(path)); }
 
-// ffprobe's decoder name to the code the track should report.
-const std::map<std::string, std::string> kFormatOfCodec = {
-    {"pcm_s16le", "16le"}, {"pcm_s16be", "16be"}, {"pcm_s24le", "42ni"}, {"pcm_s32be", "in32"}, {"pcm_f32le", "23lf"},
-    {"pcm_f64be", "fl64"}, {"pcm_s8", "twos"},    {"pcm_u8", "raw "},    {"aac", "mp4a"},       {"ac3", "ac-3"},
-    {"alac", "unkn"},      {"adpcm_ima_qt", "unkn"}, {"pcm_mulaw", "unkn"}};
-
-// The caption frame durations (the common divisor of the `stts` durations) and the last caption sample, of
-// duration 0, which ffprobe leaves out: from the atom listings.
-const std::map<std::string, std::pair<std::int64_t, std::array<std::uint64_t, 3>>> kCaptions = {
-    {"c608_captions_25fps", {1000, {3000, 12, 50036}}}, {"broadcast_2997_tc_c608_aac", {5, {3000, 12, 81898}}}};
-
-// The items of an image description that the corpus index decoded from their extension atoms.
-const std::tuple<const char*, const char*, std::vector<std::pair<const char*, const char*>>> kItems[] = {
-    {"pasp", "pixelAspect", {{"horizontal", "h_spacing"}, {"vertical", "v_spacing"}}},
-    {"fiel", "fieldInfo", {{"count", "fields"}, {"ordering", "detail"}}},
-    {"colr", "colorInfo", {{"primaries", "primaries"}, {"transfer", "transfer"}, {"matrix", "matrix"}}},
-    {"clap", "cleanAperture", {{"", "width_n"}, {"", "width_d"}, {"", "height_n"}, {"", "height_d"},
-                               {"", "horiz_off_n"}, {"", "horiz_off_d"}, {"", "vert_off_n"}, {"", "vert_off_d"}}}};
+// The decoders' format codes, the caption samples that ffprobe leaves out and the description items that
+// the corpus index decoded (Data/corpus-expectations.json tells each).
+const json kExpected = Parse(TestDataDir() / "corpus-expectations.json");
 
 struct Counts { int frames = 0, editedFrames = 0, refusedEdits = 0, ranges = 0, timecodes = 0, captions = 0; };
 
@@ -100,7 +85,8 @@ void CheckRanges(const json& track, const std::vector<json>& packets, std::uint6
 // its times carry the leading empty edit.
 void CheckCaptions(const std::string& name, const json& caption, std::vector<json> packets, Counts& n)
 {
-    const auto& [frameDuration, last] = kCaptions.at(name);
+    const std::int64_t frameDuration = kExpected["captions"].at(name)[0];
+    const auto last = kExpected["captions"][name][1].get<std::array<std::uint64_t, 3>>();
     EXPECT_EQ(caption["frameDuration"], frameDuration);
     packets.push_back({{"pts", last[0]}, {"size", std::to_string((last[1] - 8) / 2 * 3)}, {"pos", std::to_string(last[2])}});
     std::map<std::uint64_t, json> byOffset, byTime;
@@ -158,25 +144,26 @@ void CheckTrack(const Movie& movie, std::size_t i, Counts& n)
         EXPECT_EQ(json({video["containsDeltaFrames"], video["hasTemporalReferenceData"]}),
                   json({!sync.is_null() && sync != info["sample_count"],
                         info["present"]["sdtp"] && info["present"]["ctts"]}));
-        for (const auto& [atom, item, fields] : kItems) { // each number as the index decoded it, or refused
+        for (const json& items : kExpected["items"]) { // each number as the index decoded it, or refused
+            const std::string atom = items[0];
             json expected = {{"code", info.contains(atom) ? "0x00000000" : "0xa0800008"}};
-            for (const auto& [key, field] : fields) {
+            for (const json& key : items[2]) {
                 if (!info.contains(atom)) break;
-                if (*key) expected[key] = info[atom][field];
-                else expected["values"].push_back(info[atom][field]);
+                if (key[0] != "") expected[key[0].get<std::string>()] = info[atom][key[1].get<std::string>()];
+                else expected["values"].push_back(info[atom][key[1].get<std::string>()]);
             }
-            EXPECT_EQ(d[item], expected) << atom;
+            EXPECT_EQ(d[items[1].get<std::string>()], expected) << atom;
         }
         CheckFrames(video, info, framePackets, movie.shifts, n);
     } else if (type == "soun") {
         const json& d = track["audio"]["descriptions"][0];
         const std::string decoder = stream["codec_name"];
-        ASSERT_TRUE(kFormatOfCodec.contains(decoder)) << decoder;
+        ASSERT_TRUE(kExpected["formatOfCodec"].contains(decoder)) << decoder;
         const bool uncompressed = decoder.starts_with("pcm_") && decoder != "pcm_mulaw";
         const unsigned bits = stream.value("bits_per_sample", 0u);
         EXPECT_EQ(json({d["rawDataFormat"], d["dataFormat"], std::to_string(N(d["sampleRate"])), d["numChannels"],
                         d["uncompressed"]}),
-                  json({tag, kFormatOfCodec.at(decoder), stream["sample_rate"], stream["channels"], uncompressed}));
+                  json({tag, kExpected["formatOfCodec"][decoder], stream["sample_rate"], stream["channels"], uncompressed}));
         EXPECT_TRUE(!uncompressed || bits == 0 || (d["bitsPerSample"] == bits && d["packedBitsPerSample"] == bits));
         // Every corpus sound description has a `chan`, and only 5.1 is understood. Version 0 carries it right
         // behind its 36 fixed bytes, where the search (from 52) does not look.
