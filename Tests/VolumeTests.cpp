@@ -81,6 +81,7 @@ TEST(VolumeServices, MountPointsAndFloppyDevices)
 // Labels are lowered, an empty one reads "noname", an unreadable one stays
 // empty. Rows without a medium never match, floppies only when allowed, and
 // the first match wins. A name with ":" is a drive, compared with the roots.
+// The cases are in Data/drive-roots.json.
 TEST(LogicalDriveTable, FindDriveRoot)
 {
     FakeVolumes fake({Volume(u"/", u"", kReady | kUnreadable), Volume(u"/media/off/", u"Data", 0),
@@ -89,18 +90,10 @@ TEST(LogicalDriveTable, FindDriveRoot)
                       Volume(u"/media/data2/", u"data"), Volume(u"/srv/c:/", u"Colon:Label"),
                       Volume(u"c:/", u"Backup")});
     QT::LogicalDriveTable table;
-    const struct Case { const char16_t* name; bool allowFloppy; const char16_t* root; } cases[] = {
-        {u"DATA", false, u"/media/data/"}, {u"/Da\\ta/", false, u"/media/data/"}, {u"noname", false, u"/media/blank/"},
-        {u"unknown", true, u""},           {u"disk", false, u"/media/disk/"},     {u"disk", true, u"/media/floppy/"},
-        {u"C:", false, u"c:/"},            {u"c:/anything", false, u"c:/"},       {u"backup:", false, u""},
-        {u"colon:label", false, u""},      {u"srv:", true, u""},                  {u"", false, u"/"},
-        // The key is cut from the name as given, separators included.
-        {u"\\c:", false, u""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(vellum::utility::UTF16to8(c.name));
-        EXPECT_EQ(table.FindDriveRoot(c.name, c.allowFloppy), c.root);
-    }
+    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "drive-roots.json"))["cases"];
+    ASSERT_EQ(cases.size(), 13u);
+    for (const nlohmann::json& c : cases)
+        EXPECT_EQ(table.FindDriveRoot(ToString16(c[0]), c[1]), ToString16(c[2])) << c[0];
 }
 
 // The change notice, straight or posted to the monitor thread, rebuilds every

@@ -32,26 +32,22 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
             EXPECT_EQ(Dump(movies.at(movie)).value(json::json_pointer(pointer), json()), value) << movie << pointer;
 }
 
-// The start timecode rendered from the 4-byte frame number at `offset`, or else at
-// the head of `mdat` (which comes last, so its place is known from the file's size).
+// The start timecode rendered from the 4-byte frame number at `offset`, or else at the head of `mdat`
+// (which comes last, so its place is known from the file's size); the cases are in Data/start-timecodes.json.
 TEST(StartTimecode, RenderedFromTheFirstSample)
 {
-    const struct { bool drop; std::uint32_t scale, ticks, rate, frame; const char* expected; std::uint32_t offset = 0; }
-        kCases[] = {{false, 25, 1, 25, 25 * 86400 + 26, "00:00:01:01"}, {false, 25, 1, 25, 0xffffffff, "23:59:59:24"},
-                    {true, 30000, 1001, 30, 1799, "00:00:59;29"}, {true, 30000, 1001, 30, 1800, "00:01:00;02"},
-                    {true, 30000, 1001, 30, 17982, "00:10:00;00"}, {true, 60000, 1001, 60, 3600, "00:01:00;04"},
-                    {true, 60000, 1001, 60, 35964, "00:10:00;00"}, {false, 25, 1, 0, 100, nullptr}, // no rate
-                    {false, 25, 1, 25, 100, nullptr, 1u << 30}}; // the sample lies past the end of the file
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.frame);
-        MoviePlan plan{600, 100, {TimecodeTrack(TimecodeDescription(c.drop, c.scale, c.ticks, c.rate), "tmcd", 0)}, {}};
-        const Bytes sample = ByteWriter().U32(c.frame);
-        plan.tracks[0].stco = {c.offset ? c.offset : static_cast<std::uint32_t>(BuildMovieFile(plan, sample).size() - 4)};
+    const json cases = json::parse(std::ifstream(TestDataDir() / "start-timecodes.json"))["cases"];
+    ASSERT_EQ(cases.size(), 9u);
+    for (const json& c : cases) {
+        SCOPED_TRACE(c.dump());
+        const std::uint32_t frame = c[4], offset = c[6];
+        MoviePlan plan{600, 100, {TimecodeTrack(TimecodeDescription(c[0], c[1], c[2], c[3]), "tmcd", 0)}, {}};
+        const Bytes sample = ByteWriter().U32(frame);
+        plan.tracks[0].stco = {offset ? offset : static_cast<std::uint32_t>(BuildMovieFile(plan, sample).size() - 4)};
         TempFile movie(BuildMovieFile(plan, sample));
-        const json timecode = Dump(movie.Path())["tracks"][0]["timecode"], frame = static_cast<std::int32_t>(c.frame);
-        const json startFrame = c.offset ? json() : json({{"code", "0x00000000"}, {"value", frame}});
-        EXPECT_EQ(json({timecode["startFrame"], timecode["startTimecode"]}),
-                  json({startFrame, c.expected ? c.expected : json()}));
+        const json timecode = Dump(movie.Path())["tracks"][0]["timecode"];
+        const json startFrame = offset ? json() : json({{"code", "0x00000000"}, {"value", static_cast<std::int32_t>(frame)}});
+        EXPECT_EQ(json({timecode["startFrame"], timecode["startTimecode"]}), json({startFrame, c[5]}));
     }
 }
 
