@@ -157,7 +157,7 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
         SCOPED_TRACE(c.name);
         MoviePlan plan;
         plan.tracks = c.tracks;
-        OpenResult opened = OpenPlan(plan);
+        OpenResult opened = OpenBytes(BuildMovieFile(plan));
         ASSERT_EQ(opened.code, QT::kResultSuccess);
         // A listed index replaces what the caller had there; other entries stay.
         QT::TrackReferenceMap video = {{0, u"old"}, {7, u"kept"}}, audio = video, timecode = video;

@@ -161,12 +161,6 @@ VolumeChangedCallback MakeCallback(std::function<void()> body)
     return boost::make_shared<boost::function<void()>>(std::move(body));
 }
 
-bool WaitFor(const std::atomic<bool>& flag)
-{
-    for (int i = 0; i < 10000 && !flag.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return flag.load();
-}
-
 // The remover takes `a` out in the middle of a run that has listed it already;
 // removing it again, and registering an empty callback, do nothing.
 TEST(DirectoryChangeMonitor, CallbacksRunUntilRemovedEvenDuringARun)
@@ -208,7 +202,8 @@ TEST(DirectoryChangeMonitor, ThreadRunsPostedChangesAndStopsWithBalancedCalls)
     });
     Monitor::MonitorVolumeChanges(slow);
     Monitor::PostVolumeChange();
-    EXPECT_TRUE(WaitFor(entered));
+    for (int i = 0; i < 10000 && !entered.load(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(entered.load());
     Monitor::RemoveVolumeChangedCallback(slow);
     EXPECT_TRUE(finished.load());
     EXPECT_NE(where.load(), std::this_thread::get_id());

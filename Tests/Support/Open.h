@@ -58,8 +58,6 @@ inline OpenResult OpenBytes(const Bytes& bytes)
     return r;
 }
 
-inline OpenResult OpenPlan(const MoviePlan& plan) { return OpenBytes(BuildMovieFile(plan)); }
-
 // A track of a movie that opened, and the file it came from, kept while the object lives.
 struct OpenedTrack {
     std::unique_ptr<TempFile> file;
