@@ -4,6 +4,7 @@ ranges and captions here meet that reading through it."""
 
 import json
 import re
+from functools import reduce
 
 import pytest
 
@@ -54,12 +55,6 @@ VIDEO_KEYS = "compression vendor width height depth codec_name quality clean_ape
 SOUND_KEYS = "sampleRate numChannels bitsPerSample packedBitsPerSample dataFormat rawDataFormat uncompressed"
 
 
-def _at(shown, path):
-    for key in path.split("/"):
-        shown = shown[key]
-    return shown
-
-
 # The dump's part for a kind of track (None: every track) -> what the API tells of it, and the same from the dump.
 KINDS = {
     None: (lambda t: [t.has_simple_edit_list(), t.has_simple_edit_list(True), t.rotation],
@@ -108,7 +103,8 @@ def test_api_agrees_with_the_command(name):
     assert list(movie.metadata) == [m["key"] for m in shown["metadata"]]
     for track, shown_track in zip(movie.tracks, document["tracks"]):
         for attribute, path in TRACK_ATTRIBUTES.items():
-            assert _plain(getattr(track, attribute)) == _at(shown_track, path or _camel(attribute)), attribute
+            shown_value = reduce(lambda part, key: part[key], (path or _camel(attribute)).split("/"), shown_track)
+            assert _plain(getattr(track, attribute)) == shown_value, attribute
         for part, (ours, theirs) in KINDS.items():
             if part is None or part in shown_track:
                 assert _plain(ours(track)) == _plain(theirs(shown_track[part] if part else shown_track)), part
