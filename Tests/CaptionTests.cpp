@@ -5,7 +5,6 @@
 
 namespace {
 
-constexpr std::uint32_t kBase = kMdatPayloadStart;
 const QT::String16 kNoFile = u"/nonexistent-directory/none.mov";
 
 QT::CaptionSampleRecord Pair(std::uint64_t time, std::uint64_t offset) { return {time, offset, 2, false, 0, 0}; }
@@ -13,9 +12,7 @@ QT::CaptionSampleRecord Pair(std::uint64_t time, std::uint64_t offset) { return 
 // The track in a movie whose `mdat`, holding `mdat`, comes first.
 OpenedTrack OpenCaptions(const TrackPlan& track, const Bytes& mdat = {})
 {
-    MoviePlan movie;
-    movie.tracks = {track};
-    return OpenTrackOf(BuildMovieFileMediaFirst(movie, mdat));
+    return OpenTrackOf(BuildMovieFileMediaFirst(MoviePlan{600, 100, {track}, {}}, mdat));
 }
 
 QT::CaptionSampleMap Table(const OpenedTrack& t, bool byOffset, const QT::String16* path = nullptr)
@@ -30,7 +27,7 @@ Bytes CdatSample(std::uint32_t pairs) { return ByteWriter().U32(8 + 2 * pairs).C
 
 TEST(Caption, DataRunsOfBuiltTracks)
 {
-    const std::uint32_t b = kBase;
+    const std::uint32_t b = kMdatPayloadStart;
     Bytes probedOnce = CdatSample(1); // the second chunk, 16 bytes on, has no `cdat`
     probedOnce.resize(32, 0x55);
     TrackPlan fixed = CaptionTrack("c608", {20, 20}, {1000});
@@ -62,10 +59,10 @@ TEST(Caption, DataRunsOfBuiltTracks)
 
 TEST(Caption, ASizeFromABrokenTableGivesNoMorePairsThanTheFileHolds)
 {
-    OpenedTrack t = OpenCaptions(CaptionTrack("c608", {0x7ffffff0}, {kBase}), CdatSample(4));
+    OpenedTrack t = OpenCaptions(CaptionTrack("c608", {0x7ffffff0}, {kMdatPayloadStart}), CdatSample(4));
     const QT::CaptionSampleMap table = Table(t, true);
     EXPECT_EQ(table.size(), t.file->Read().size() / 2);
-    EXPECT_EQ(table.begin()->second, Pair(0, kBase + 8));
+    EXPECT_EQ(table.begin()->second, Pair(0, kMdatPayloadStart + 8));
 }
 
 TEST(Caption, FrameDuration)

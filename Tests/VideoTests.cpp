@@ -159,14 +159,11 @@ TEST(VideoDescriptionExport, WholeDescriptions)
     EXPECT_EQ(ToBytes(out), second);
 }
 
-using Table = std::vector<QT::VideoTemporalReference>;
 // Decode offset, earlier and later reference offsets, dependency flags.
-using Row = std::tuple<int, int, int, unsigned>;
-using Rows = std::vector<Row>;
+using Rows = std::vector<std::tuple<int, int, int, unsigned>>;
 using Offsets = std::vector<std::pair<std::uint32_t, std::int32_t>>;
 using Lines = std::vector<std::string>;
 
-constexpr QT::ResultCode kInvalid = QT::kResultBadSampleTables;
 const std::string kInvalidTable = "Invalid Quicktime sample table data detected.";
 
 // `flags.size()` samples of one duration, with the given `sdtp` and `ctts`.
@@ -204,7 +201,7 @@ protected:
     Rows Make(const TrackPlan& plan, QT::ResultCode expected)
     {
         auto track = OpenTrackOf(plan).track;
-        Table table;
+        std::vector<QT::VideoTemporalReference> table;
         EXPECT_EQ(track ? track->MakeVideoTemporalReferenceTable(table) : QT::kResultNotFound, expected);
         Rows rows;
         for (const auto& r : table)
@@ -253,7 +250,7 @@ TEST_F(VideoTemporalTable, InvalidTables)
     for (const auto& [what, plan, records, messages] : cases) {
         SCOPED_TRACE(what);
         mMessages.clear();
-        EXPECT_EQ(Make(plan, kInvalid).size(), records);
+        EXPECT_EQ(Make(plan, QT::kResultBadSampleTables).size(), records);
         EXPECT_EQ(mMessages, messages);
     }
 }

@@ -178,19 +178,19 @@ struct TrackPlan {
     std::int32_t width = 0, height = 0; // whole pixels
     std::uint32_t mediaTimeScale = 600;
     std::uint32_t mediaDuration = 100;
-    std::optional<std::vector<std::array<std::uint32_t, 3>>> edits; // duration, media time, rate; with `edts` when set
-    std::vector<Bytes> descriptions;
+    std::optional<std::vector<std::array<std::uint32_t, 3>>> edits{}; // duration, media time, rate; with `edts` when set
+    std::vector<Bytes> descriptions{};
     std::vector<std::pair<std::uint32_t, std::uint32_t>> stts = {{1, 100}}; // count, duration
     std::vector<std::array<std::uint32_t, 3>> stsc = {{1, 1, 1}};           // first chunk, samples per chunk, id
     std::uint32_t stszConstant = 0;
     std::vector<std::uint32_t> stszSizes = {10};
     std::vector<std::uint32_t> stco = {0};
-    std::optional<std::vector<std::uint64_t>> co64; // replaces `stco` when set
-    std::optional<std::vector<std::uint32_t>> stss;
-    std::vector<Atom> extraStbl;            // more children of `stbl` (sdtp, ctts, ...)
-    std::vector<Atom> replaceStbl;          // each replaces the built child of `stbl` of its type
-    std::optional<Atom> dinf;               // replaces the self-contained `dinf`
-    std::optional<std::string> hdlrSubtype; // replaces the subtype taken from mediaType
+    std::optional<std::vector<std::uint64_t>> co64{}; // replaces `stco` when set
+    std::optional<std::vector<std::uint32_t>> stss{};
+    std::vector<Atom> extraStbl{};            // more children of `stbl` (sdtp, ctts, ...)
+    std::vector<Atom> replaceStbl{};          // each replaces the built child of `stbl` of its type
+    std::optional<Atom> dinf{};               // replaces the self-contained `dinf`
+    std::optional<std::string> hdlrSubtype{}; // replaces the subtype taken from mediaType
 };
 // The identity matrix of `tkhd` and `mvhd`.
 inline ByteWriter& Identity(ByteWriter& w) { return w.U32(0x10000).Zeros(12).U32(0x10000).Zeros(12).U32(0x40000000); }
@@ -290,15 +290,9 @@ inline std::filesystem::path TestDataDir() { return ATOMSCAN_TEST_DATA_DIR; }
 inline TrackPlan CaptionTrack(const char* format, std::vector<std::uint32_t> sizes, std::vector<std::uint32_t> chunks)
 {
     const auto n = static_cast<std::uint32_t>(sizes.size());
-    TrackPlan plan;
-    plan.mediaType = "clcp";
-    plan.mediaTimeScale = 30000;
-    plan.descriptions = {SampleDescription(format, {})};
-    plan.stts = {{n, 1001}};
-    plan.stsc = {{1, n / static_cast<std::uint32_t>(chunks.size()), 1}};
-    plan.stszSizes = sizes;
-    plan.stco = chunks;
-    return plan;
+    return {.mediaType = "clcp", .mediaTimeScale = 30000, .descriptions = {SampleDescription(format, {})},
+            .stts = {{n, 1001}}, .stsc = {{1, n / static_cast<std::uint32_t>(chunks.size()), 1}}, .stszSizes = sizes,
+            .stco = chunks};
 }
 
 // A timecode description: flags (1: drop frame), time scale, frame duration, frames a second, then `tail`.
@@ -311,13 +305,8 @@ inline Bytes TimecodeDescription(std::uint32_t flags, std::uint32_t scale, std::
 // A timecode track of one 4-byte sample at `offset`.
 inline TrackPlan TimecodeTrack(const Bytes& description, const char* subtype, std::uint32_t offset)
 {
-    TrackPlan plan;
-    plan.mediaType = "tmcd";
-    plan.hdlrSubtype = subtype;
-    plan.descriptions = {description};
-    plan.stszSizes = {4};
-    plan.stco = {offset};
-    return plan;
+    return {.mediaType = "tmcd", .descriptions = {description}, .stszSizes = {4}, .stco = {offset},
+            .hdlrSubtype = subtype};
 }
 
 // Sound descriptions, their extension atoms and sound tracks.
@@ -367,11 +356,7 @@ inline Atom Chan(std::uint32_t tag, std::uint32_t bitmap, const std::vector<std:
 
 inline TrackPlan SoundTrack(std::vector<Bytes> descriptions)
 {
-    TrackPlan t;
-    t.mediaType = "soun";
-    t.mediaTimeScale = 48000;
-    t.descriptions = std::move(descriptions);
-    return t;
+    return {.mediaType = "soun", .mediaTimeScale = 48000, .descriptions = std::move(descriptions)};
 }
 
 inline std::string FourCCText(QT::FourCC c) { return {char(c >> 24), char(c >> 16), char(c >> 8), char(c)}; }
