@@ -24,12 +24,8 @@ std::pair<Bytes, bool> Fix(const Bytes& bytes)
 
 TrackPlan Track(const char* media, const Offsets& offsets, bool wide = false, std::uint32_t flags = 1)
 {
-    TrackPlan t;
-    t.mediaType = media;
-    t.flags = flags;
-    t.stco.assign(offsets.begin(), offsets.end());
-    if (wide) t.co64 = offsets;
-    return t;
+    return {.mediaType = media, .flags = flags, .stco = std::vector<std::uint32_t>(offsets.begin(), offsets.end()),
+            .co64 = wide ? std::optional(offsets) : std::nullopt};
 }
 
 // The movie padded to F bytes. Its layout does not depend on the values in the

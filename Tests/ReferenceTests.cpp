@@ -7,13 +7,8 @@
 
 namespace {
 
-OpenedTrack TrackWithDinf(const Atom& dinf)
-{
-    TrackPlan plan;
-    plan.mediaType = "tmcd"; // the timecode queries read the reference too
-    plan.dinf = dinf;
-    return OpenTrackOf(plan);
-}
+// A timecode track, as the timecode queries read the reference too.
+OpenedTrack TrackWithDinf(const Atom& dinf) { return OpenTrackOf(TrackPlan{.mediaType = "tmcd", .dinf = dinf}); }
 
 Atom One(const Alias& record) { return DataInformation({AliasEntry(record)}); }
 
@@ -129,13 +124,10 @@ void Touch(const std::filesystem::path& path)
 // A track of `mediaType` whose `dref` holds `alis` entries for "/Vol/<name>", each in "Clips".
 TrackPlan Track(const char* mediaType, std::vector<const char*> files, bool enabled = true)
 {
-    TrackPlan t;
-    t.mediaType = mediaType;
-    t.flags = enabled ? 1 : 0;
     std::vector<Bytes> entries;
     for (const char* f : files) entries.push_back(AliasEntry(Alias(f, {{0, "Clips"}, {19, "/Vol"}, {18, std::string("/") + f}})));
-    t.dinf = DataInformation(entries.empty() ? std::vector<Bytes>{ReferenceEntry("alis", 1)} : entries);
-    return t;
+    return {.mediaType = mediaType, .flags = enabled ? 1u : 0u,
+            .dinf = DataInformation(entries.empty() ? std::vector<Bytes>{ReferenceEntry("alis", 1)} : entries)};
 }
 
 TEST(ExternalReferences, ListingAndGatheringByTrack)

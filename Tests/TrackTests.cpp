@@ -41,9 +41,7 @@ TEST(TimeScales, ConversionsAt64Bits)
         {0, 600, 100, 0, 0}, {600, 0, 100, 0, 0},
     };
     for (const auto& [movieScale, mediaScale, value, media, movie] : cases) {
-        TrackPlan t;
-        t.mediaTimeScale = mediaScale;
-        const OpenedTrack o = OpenTrackOf(t, movieScale);
+        const OpenedTrack o = OpenTrackOf(TrackPlan{.mediaTimeScale = mediaScale}, movieScale);
         EXPECT_EQ(o.Core().MovieToMediaTime(value), media) << movieScale << " " << mediaScale;
         EXPECT_EQ(o.Core().MediaToMovieTime(value), movie) << movieScale << " " << mediaScale;
     }

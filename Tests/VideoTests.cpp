@@ -28,9 +28,7 @@ Bytes ToBytes(const Pelt::BinaryData& data) { return Bytes(data.Data(), data.Dat
 
 Tessel::InterfaceRef<QT::IQTTrack> Open(std::vector<Bytes> descriptions)
 {
-    TrackPlan t;
-    t.descriptions = std::move(descriptions);
-    return OpenTrackOf(t).track;
+    return OpenTrackOf(TrackPlan{.descriptions = std::move(descriptions)}).track;
 }
 
 TEST(VideoDescription, SignedSizesAndANameCutAtTheEnd)
@@ -170,12 +168,8 @@ const std::string kInvalidTable = "Invalid Quicktime sample table data detected.
 TrackPlan Frames(const Bytes& flags, const Offsets& ctts, std::uint32_t duration = 100)
 {
     const auto n = static_cast<std::uint32_t>(flags.size());
-    TrackPlan t;
-    t.stts = {{n, duration}};
-    t.stsc = {{1, n, 1}};
-    t.stszSizes = std::vector<std::uint32_t>(n, 1);
-    t.extraStbl = {Sdtp(flags), Ctts(ctts)};
-    return t;
+    return {.stts = {{n, duration}}, .stsc = {{1, n, 1}}, .stszSizes = std::vector<std::uint32_t>(n, 1),
+            .extraStbl = {Sdtp(flags), Ctts(ctts)}};
 }
 
 // I, P, B, B in decode order, shown as I, B, B, P.
