@@ -227,15 +227,11 @@ TEST(AudioRangeMap, RangesAndRefusals)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        MoviePlan movie;
-        movie.timeScale = c.movieTimeScale;
-        TrackPlan& t = movie.tracks.front() = SoundTrack({SoundDescriptionV0("sowt", 2, 16, k48k)});
-        t.duration = t.mediaDuration = 2000;
-        t.stts = {{2000, 1}};
-        t.stsc = {{1, 1000, 1}};
-        t.stco = {5000, 9000};
+        TrackPlan t{.mediaType = "soun", .duration = 2000, .mediaTimeScale = 48000, .mediaDuration = 2000,
+                    .descriptions = {SoundDescriptionV0("sowt", 2, 16, k48k)}, .stts = {{2000, 1}}, .stsc = {{1, 1000, 1}},
+                    .stco = {5000, 9000}};
         c.change(t);
-        auto track = OpenTrackOf(BuildMovieFile(movie)).track;
+        auto track = OpenTrackOf(t, c.movieTimeScale).track;
         ASSERT_TRUE(track);
         for (bool byOffset : {false, true}) {
             QT::AudioSampleRangeMap map{{0, {7, 7, 7}}};

@@ -19,11 +19,8 @@ TEST(HostileTables, ConstantSizeFramesBeyondWhatTheCopyDescribes)
         {0xFFFFFFFF, 0xFFFFFFFF, 1000, QT::kResultSuccess, 1000},
     };
     for (const auto& [stszCount, perChunk, maxEntries, result, records] : cases) {
-        MoviePlan plan;
-        plan.tracks[0].stts = {{0xFFFFFFFF, 1}};
-        plan.tracks[0].stsc = {{1, perChunk, 1}};
-        plan.tracks[0].replaceStbl = {Stsz(4, {4}, stszCount)};
-        const OpenResult r = OpenBytes(BuildMovieFile(plan));
+        const TrackPlan track{.stts = {{0xFFFFFFFF, 1}}, .stsc = {{1, perChunk, 1}}, .replaceStbl = {Stsz(4, {4}, stszCount)}};
+        const OpenResult r = OpenBytes(BuildMovieFile(MoviePlan{.tracks = {track}}));
         ASSERT_TRUE(r.movie);
         std::vector<QT::VideoSampleRecord> table;
         EXPECT_EQ(r.movie->GetIndTrack(0)->MakeVideoSampleTable(false, true, maxEntries, table), result);

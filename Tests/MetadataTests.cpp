@@ -20,9 +20,7 @@ Atom One(std::uint32_t type, Bytes value) { return Meta({Hdlr(), Keys({"k"}), Il
 // "data type/alternative:value" (for numbers and text), or "" when the key has no value.
 std::string Lookup(const Atom& meta, const std::string& key)
 {
-    MoviePlan plan;
-    plan.extraMoov.push_back(meta);
-    const OpenResult r = OpenBytes(BuildMovieFile(plan));
+    const OpenResult r = OpenBytes(BuildMovieFile(MoviePlan{.extraMoov = {meta}}));
     EXPECT_EQ(r.code, QT::kResultSuccess);
     QT::MetadataValue v;
     v.mDataType = 99;

@@ -32,8 +32,7 @@ TrackPlan Track(const char* media, const Offsets& offsets, bool wide = false, st
 // tables, so the movie built with the mended values is the expected file.
 Bytes Sized(std::vector<TrackPlan> tracks)
 {
-    MoviePlan plan;
-    plan.tracks = std::move(tracks);
+    const MoviePlan plan{.tracks = std::move(tracks)};
     return BuildMovieFile(plan, Bytes(F - BuildMovieFile(plan).size(), 0));
 }
 

@@ -147,9 +147,7 @@ TEST(ExternalReferences, ListingAndGatheringByTrack)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        MoviePlan plan;
-        plan.tracks = c.tracks;
-        OpenResult opened = OpenBytes(BuildMovieFile(plan));
+        OpenResult opened = OpenBytes(BuildMovieFile(MoviePlan{.tracks = c.tracks}));
         ASSERT_EQ(opened.code, QT::kResultSuccess);
         // A listed index replaces what the caller had there; other entries stay.
         QT::TrackReferenceMap video = {{0, u"old"}, {7, u"kept"}}, audio = video, timecode = video;

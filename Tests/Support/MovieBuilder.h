@@ -229,7 +229,7 @@ struct MoviePlan {
     std::uint32_t timeScale = 600;
     std::uint32_t duration = 100;
     std::vector<TrackPlan> tracks = {TrackPlan{}};
-    std::vector<Atom> extraMoov; // more children of `moov` behind the tracks (udta, meta, ...)
+    std::vector<Atom> extraMoov{}; // more children of `moov` behind the tracks (udta, meta, ...)
 };
 inline Atom BuildMoov(const MoviePlan& plan)
 {
