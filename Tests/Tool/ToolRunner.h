@@ -61,13 +61,11 @@ inline json Dump(const std::string& path)
 inline const std::string kClip = "/Volumes/Nowhere/clips/clip.mov", kTake = "/Volumes/Nowhere/sound/take.wav";
 inline Bytes ReferenceMovie()
 {
-    MoviePlan plan;
-    plan.tracks.assign(3, {});
-    for (std::size_t i = 0; i < 3; ++i) {
-        const std::string path = i == 1 ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
-        plan.tracks[i].mediaType = i == 0 ? "vide" : i == 1 ? "soun" : "tmcd";
-        const std::vector<std::pair<std::int16_t, std::string>> tags = {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}};
-        plan.tracks[i].dinf = DataInformation({AliasEntry(Alias(name, tags))});
+    MoviePlan plan{.tracks = {}};
+    for (const std::string type : {"vide", "soun", "tmcd"}) {
+        const std::string path = type == "soun" ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
+        const Alias alias(name, {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}});
+        plan.tracks.push_back({.mediaType = type, .dinf = DataInformation({AliasEntry(alias)})});
     }
     return BuildMovieFile(plan);
 }
