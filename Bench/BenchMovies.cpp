@@ -4,7 +4,6 @@
 #include <stdexcept>
 
 #include "Tests/Support/MovieBuilder.h"
-#include "Tests/Support/SoundBuilder.h"
 
 namespace bench {
 

@@ -2,13 +2,7 @@
 #include <atomic>
 #include <thread>
 
-#include <gtest/gtest.h>
-
-#include "Inc/IQTMovie.h"
-#include "Tests/Support/Corpus.h"
 #include "Tests/Support/Open.h"
-
-using namespace testsupport;
 
 namespace {
 

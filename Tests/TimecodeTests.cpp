@@ -1,79 +1,12 @@
 // Timecode tracks: the description, where the sample lies, and the frame
-// number in its bytes, against the corpus and against built tracks.
-#include <gtest/gtest.h>
+// number in its bytes (the corpus movies' are in the corpus dump test).
 
-#include <cstdio>
-#include <regex>
-
-#include "Tests/Support/Corpus.h"
-#include "Tests/Support/TrackOpener.h"
-
-using namespace testsupport;
+#include "Tests/Support/Open.h"
 
 namespace {
 
-// The frame number that a timecode's text counts to; drop-frame counting
-// leaves out fps/15 numbers a minute, but not in every tenth minute.
-std::int64_t FrameOf(const std::string& text, std::int64_t fps, bool drop)
-{
-    int h = 0, m = 0, s = 0, f = 0;
-    if (std::sscanf(text.c_str(), "%d:%d:%d%*c%d", &h, &m, &s, &f) != 4) return -1;
-    const std::int64_t minutes = h * 60 + m;
-    return (minutes * 60 + s) * fps + f - (drop ? fps / 15 * (minutes - minutes / 10) : 0);
-}
-
 // Flags 3 (drop frame), 30000 units a second, 1001 a frame, 30 frames, then `tail`.
-Bytes Description(const Bytes& tail = {})
-{
-    return SampleDescription("tmcd", ByteWriter().U32(0).U32(3).U32(30000).U32(1001).U8(30).U8(0).Raw(tail));
-}
-
-// One sample of 4 bytes at 1000.
-TrackPlan TimecodeTrack(const Bytes& description = Description(), const char* subtype = "tmcd")
-{
-    TrackPlan plan;
-    plan.mediaType = "tmcd";
-    plan.hdlrSubtype = subtype;
-    plan.descriptions = {description};
-    plan.stszConstant = 4;
-    plan.stco = {1000};
-    return plan;
-}
-
-TEST(Timecode, CorpusMoviesMatchTheProbedTimecode)
-{
-    struct Case { const char* movie; std::uint64_t track; int stream; };
-    const Case cases[] = {{"tc_24fps", 1, 1}, {"tc_25fps", 1, 1}, {"tc_2997_dropframe", 1, 1},
-                          {"prores_hq_tc_pcm24", 2, 2}, {"broadcast_2997_tc_c608_aac", 3, 3}};
-    static const std::regex description(R"(tmcd format=tmcd .* drop_frame=(True|False) .* )"
-                                        R"(timescale=(\d+) frame_duration=(\d+) number_of_frames=(\d+))");
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.movie);
-        OpenedTrack t = OpenTrackAt(CorpusMovie(c.movie), c.track);
-        EXPECT_EQ(t.track->GetTrackMediaType(), QT::kTimecodeMediaType);
-        const std::string atoms = ReadCorpusText(c.movie, ".atoms.txt");
-        std::smatch m;
-        ASSERT_TRUE(std::regex_search(atoms, m, description));
-        QT::TimecodeInfo info;
-        QT::String16 name = u"stale";
-        ASSERT_EQ(t.track->GetTimecodeMediaInfo(info, name), 0);
-        EXPECT_EQ(std::tuple(info.mDropFrame, info.mTimeScale, info.mTicksPerFrame, int{info.mNumberOfFrames}),
-                  std::tuple(m[1] == "True", std::stoul(m[2]), std::stoul(m[3]), std::stoi(m[4])));
-        EXPECT_TRUE(name.empty()); // ffmpeg writes no source name
-
-        const std::vector<ProbePacket> packets = ProbePackets(c.movie, c.stream);
-        ASSERT_EQ(packets.size(), 1u);
-        std::uint64_t offset = 0;
-        std::uint32_t size = 0;
-        ASSERT_EQ(t.track->GetTimecodeMediaSampleLocation(offset, size), 0);
-        EXPECT_EQ(std::pair(offset, std::uint64_t{size}), std::pair(packets[0].pos, packets[0].size));
-        const Bytes file = ReadFile(t.path);
-        ASSERT_LE(offset + size, file.size());
-        std::int64_t frame = -7;
-        ASSERT_EQ(t.track->GetTimecodeFrameValue(Pelt::BinaryData(file.data() + offset, size), info, frame), 0);
-        EXPECT_EQ(frame, FrameOf(ProbeTag(c.movie, "timecode"), info.mNumberOfFrames, info.mDropFrame));
-    }
-}
+Bytes Description(const Bytes& tail = {}) { return TimecodeDescription(3, 30000, 1001, 30, tail); }
 
 TEST(Timecode, DescriptionAndSourceName)
 {
@@ -90,7 +23,7 @@ TEST(Timecode, DescriptionAndSourceName)
         SCOPED_TRACE(c.name);
         QT::TimecodeInfo info{true, 9, 9, 9, false};
         QT::String16 source = u"stale";
-        ASSERT_EQ(OpenTrackOf(TimecodeTrack(c.description)).track->GetTimecodeMediaInfo(info, source), 0);
+        ASSERT_EQ(OpenTrackOf(TimecodeTrack(c.description, "tmcd", 1000)).track->GetTimecodeMediaInfo(info, source), 0);
         EXPECT_EQ(source, c.source);
         EXPECT_EQ(std::tuple(info.mDropFrame, info.mTimeScale, info.mTicksPerFrame, int{info.mNumberOfFrames}),
                   c.fieldsRead ? std::tuple(true, 30000u, 1001u, 30) : std::tuple(false, 0u, 0u, 0));
@@ -113,7 +46,7 @@ TEST(Timecode, FrameValueAndTheFirstEdit)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackPlan plan = TimecodeTrack(Description(), c.subtype);
+        TrackPlan plan = TimecodeTrack(Description(), c.subtype, 1000);
         if (c.editTime != 0) plan.edits = {{{100, c.editTime, 0x10000}, {100, 0, 0x10000}}};
         QT::TimecodeInfo info;
         info.mTicksPerFrame = c.ticks;
@@ -135,8 +68,7 @@ TEST(Timecode, SampleLocation)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        TrackPlan plan = TimecodeTrack();
-        plan.stszConstant = 0;
+        TrackPlan plan = TimecodeTrack(Description(), "tmcd", 1000);
         plan.stszSizes = c.sizes;
         plan.co64 = c.chunks;
         std::uint64_t offset = 77;

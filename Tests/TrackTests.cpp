@@ -1,62 +1,33 @@
 // The track core: the edit analysis, the conversions between the movie's
 // and the media's time scale, and the reader of the chunk offsets.
-#include <gtest/gtest.h>
 
-#include <functional>
-
-#include "Src/QTTrack.h"
-#include "Tests/Support/TrackOpener.h"
-
-using namespace testsupport;
+#include "Tests/Support/Open.h"
 
 namespace {
 
 using Edits = std::vector<std::array<std::uint32_t, 3>>;
-constexpr std::uint32_t kUnit = 0x10000;
 
+// The cases are in Data/edit-analysis.json.
 TEST(EditAnalysis, ReducesTheEditList)
 {
-    // A movie time scale of 600. Expected: media time, first sample and its
-    // shown duration, edit duration, edit sample count; then 1 or 0 for a
-    // simple list at any rate and at unit rate, and for trimmed. The count ends
-    // at the media time plus the edit's length, so a head cut does not shorten it.
-    const struct {
-        const char* name;
-        bool sound;
-        std::uint32_t mediaScale, tkhdDuration, mediaDuration;
-        std::optional<Edits> edits;
-        std::vector<std::pair<std::uint32_t, std::uint32_t>> stts;
-        std::array<std::uint32_t, 8> expected;
-    } cases[] = {
-        {"no edit, media scale doubled", 0, 1200, 500, 1000, {}, {{10, 100}}, {0, 0, 0, 1000, 10, 1, 1, 0}},
-        {"no edit, durations differ", 0, 600, 900, 1000, {}, {{10, 100}}, {0, 0, 0, 900, 9, 1, 1, 1}},
-        {"edit at 0, first entry empty", 0, 600, 1000, 1000, Edits{{1000, 0, kUnit}}, {{0, 50}, {10, 100}},
-         {0, 0, 100, 1000, 10, 1, 1, 0}},
-        {"edit inside a sample", 0, 600, 400, 1000, Edits{{400, 250, kUnit}}, {{10, 100}}, {250, 2, 50, 400, 7, 1, 1, 1}},
-        {"edit on a boundary", 0, 600, 400, 1000, Edits{{400, 200, kUnit}}, {{10, 100}}, {200, 2, 100, 400, 6, 1, 1, 1}},
-        {"edit, media at 1200", 0, 1200, 400, 2000, Edits{{400, 250, kUnit}}, {{10, 100}}, {250, 2, 50, 800, 8, 1, 1, 1}},
-        {"sound edit", 1, 600, 1000, 48000, Edits{{1000, 1000, kUnit}}, {{48000, 1}}, {1000, 1000, 1, 1000, 2000, 1, 1, 1}},
-        {"edit past the end", 0, 600, 100, 1000, Edits{{100, 5050, kUnit}}, {{10, 100}}, {5050, 50, 50, 100, 10, 1, 1, 1}},
-        {"last duration 0", 0, 600, 100, 500, Edits{{100, 1000, kUnit}}, {{5, 100}, {3, 0}}, {1000, 8, 0, 100, 8, 1, 1, 1}},
-        {"negative duration", 0, 600, 100, 500, Edits{{100, 10, kUnit}}, {{5, 0xFFFFFFF0}}, {10, 0, 0, 100, 5, 1, 1, 1}},
-        {"two edits", 0, 1200, 700, 1000, Edits{{100, 0xFFFFFFFF, kUnit}, {600, 0, kUnit}}, {{10, 100}},
-         {0, 0, 0, 700, 7, 0, 0, 1}},
-        {"half rate", 0, 600, 1000, 1000, Edits{{1000, 0, 0x8000}}, {{10, 100}}, {0, 0, 100, 1000, 10, 1, 0, 1}},
-        {"edit over an empty stts", 0, 600, 1000, 1000, Edits{{500, 250, kUnit}}, {}, {0, 0, 0, 1000, 0, 1, 1, 0}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "edit-analysis.json"))["cases"];
+    ASSERT_EQ(cases.size(), 13u);
+    for (const nlohmann::json& c : cases) {
+        SCOPED_TRACE(c[0].get<std::string>());
         TrackPlan t;
-        t.mediaType = c.sound ? "soun" : "vide";
-        std::tie(t.mediaTimeScale, t.duration, t.mediaDuration, t.edits, t.stts) =
-            std::tie(c.mediaScale, c.tkhdDuration, c.mediaDuration, c.edits, c.stts);
+        t.mediaType = c[1] ? "soun" : "vide";
+        c[2].get_to(t.mediaTimeScale);
+        c[3].get_to(t.duration);
+        c[4].get_to(t.mediaDuration);
+        if (!c[5].is_null()) t.edits = c[5].get<Edits>();
+        c[6].get_to(t.stts);
         const OpenedTrack o = OpenTrackOf(t);
         QT::QTTrack& core = o.Core();
         const std::array<std::uint32_t, 8> got = {core.EditMediaTime(), core.EditFirstSample(),
             core.EditFirstSampleDuration(), core.EditDuration(), core.GetEditSampleCount(),
             core.HasSimpleEditList(false), core.HasSimpleEditList(true), core.IsTrackTrimmed()};
-        EXPECT_EQ(got, c.expected);
-        EXPECT_EQ(core.GetEditSampleCount(), c.expected[4]); // cached or recomputed alike
+        EXPECT_EQ(got, c[7].get<decltype(got)>());
+        EXPECT_EQ(core.GetEditSampleCount(), got[4]); // cached or recomputed alike
     }
 }
 
@@ -70,9 +41,7 @@ TEST(TimeScales, ConversionsAt64Bits)
         {0, 600, 100, 0, 0}, {600, 0, 100, 0, 0},
     };
     for (const auto& [movieScale, mediaScale, value, media, movie] : cases) {
-        TrackPlan t;
-        t.mediaTimeScale = mediaScale;
-        const OpenedTrack o = OpenTrackOf(t, movieScale);
+        const OpenedTrack o = OpenTrackOf(TrackPlan{.mediaTimeScale = mediaScale}, movieScale);
         EXPECT_EQ(o.Core().MovieToMediaTime(value), media) << movieScale << " " << mediaScale;
         EXPECT_EQ(o.Core().MediaToMovieTime(value), movie) << movieScale << " " << mediaScale;
     }

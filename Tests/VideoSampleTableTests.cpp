@@ -1,19 +1,14 @@
 // The frame table of a video track over built sample tables: placement in
 // chunks against a straightforward sum, the edits, refused tables, the limit
 // and the sort.
-#include <gtest/gtest.h>
-
 #include <functional>
 #include <random>
 
 #include "Tests/Support/Open.h"
 
-using namespace testsupport;
-
 namespace {
 
 using Table = std::vector<QT::VideoSampleRecord>;
-using Change = std::function<void(TrackPlan&)>;
 using Numbers = std::vector<std::uint64_t>;
 using Edits = std::vector<std::array<std::uint32_t, 3>>;
 
@@ -27,7 +22,7 @@ Tessel::InterfaceRef<QT::IQTTrack> TenSamples(const Change& change)
     t.stszSizes = {10, 11, 12, 13, 14, 15, 16, 17, 18, 19};
     t.stco = {1000, 2000, 3000, 4000, 5000};
     change(t);
-    return OpenTrack(t);
+    return OpenTrackOf(t).track;
 }
 
 Change Edit(std::uint32_t duration, std::uint32_t mediaTime)
@@ -54,6 +49,8 @@ TEST(VideoSampleTable, Records)
              t.stszSizes.resize(5000);
              for (std::uint32_t i = 0; i < 5000; ++i) t.stszSizes[i] = i % 97 + 1;
          }, kOffset, sum},
+        {"two runs of one size: each run's chunks counted anew", [](TrackPlan& t) { t.stsc = {{1, 2, 1}, {3, 2, 1}}; },
+         kOffset, {1000, 1010, 2000, 2012, 3000, 3014, 4000, 4016, 5000, 5018}},
         {"co64: offsets and sums in 64 bits",
          [](TrackPlan& t) { t.co64 = std::vector<std::uint64_t>{0xfffffffc, 0x1234567890, 3000, 4000, 5000}; }, kOffset,
          {0xfffffffc, 0x100000006, 0x1234567890, 0x1234567890 + 12, 3000, 3014, 4000, 4016, 5000, 5018}},
@@ -231,7 +228,8 @@ TEST(VideoSampleTable, AgreesWithTheRulesOnRandomTables)
         const bool ignoreEdits = pick(4) == 0;
         const std::uint32_t maxEntries = pick(3) == 0 ? pick(samples + 1) : 0xffffffffu;
         SCOPED_TRACE(round);
-        auto track = OpenTrack(t);
+        const OpenedTrack opened = OpenTrackOf(t);
+        const auto& track = opened.track;
         ASSERT_TRUE(track);
         Table ours, expected;
         ASSERT_EQ(track->MakeVideoSampleTable(false, ignoreEdits, maxEntries, ours), Model(t, ignoreEdits, maxEntries, expected));

@@ -16,11 +16,6 @@ INDEX = json.loads((CORPUS / "corpus.json").read_text())
 NAMES = sorted(p.stem for p in CORPUS.glob("*.mov"))
 
 
-def probe(name):
-    """The independent parser's reading of corpus movie `name` (without .mov)."""
-    return json.loads((CORPUS / f"{name}.ffprobe.json").read_text())
-
-
 def tool_dump(path, *options):
     """The document that the built `atomscan dump` prints for `path`."""
     tool = os.environ.get("ATOMSCAN_TOOL")

@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import os
+import pathlib
 
 import dask.bag
 import distributed
@@ -50,12 +51,10 @@ def test_dask_maps_summaries_over_the_corpus():
         assert bag.compute() == expected
 
 
-def _rss():
-    with open("/proc/self/statm") as statm:
-        return int(statm.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
-
-
 def test_a_thousand_opens_leak_no_descriptor_or_memory():
+    def rss():
+        return int(pathlib.Path("/proc/self/statm").read_text().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
     def cycle():
         with atomscan.open(CORPUS / "long_60s_lowres.mov") as movie:  # 39 kB of movie atom, 1498 frames
             assert len(movie.tracks[0].frames()) == 1498
@@ -66,9 +65,9 @@ def test_a_thousand_opens_leak_no_descriptor_or_memory():
 
     for _ in range(50):
         cycle()
-    descriptors, rss = len(os.listdir("/proc/self/fd")), _rss()
+    descriptors, memory = len(os.listdir("/proc/self/fd")), rss()
     for _ in range(1000):
         cycle()
     assert len(os.listdir("/proc/self/fd")) == descriptors
     # A kept movie atom or frame table would add 39 or 36 MB over the thousand.
-    assert _rss() - rss < 4 << 20
+    assert rss() - memory < 4 << 20

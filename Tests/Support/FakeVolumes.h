@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Src/ExternalReferences.h"
 #include "vellum/VolumeServices.h"
 
 namespace testsupport {
@@ -22,8 +23,9 @@ inline vellum::filesupport::MountedVolume Volume(const char16_t* root, const cha
             .isReady = (flags & kReady) != 0, .isFloppy = (flags & kFloppy) != 0};
 }
 
-// Puts a fake volume list in place of the system's for one scope. The lister
-// shares the state, as a rebuild on another thread may still be calling it.
+// Puts a fake volume list in place of the system's for one scope, in the
+// process's drive table too if one is made. The lister shares the state, as a
+// rebuild on another thread may still be calling it.
 class FakeVolumes {
 public:
     explicit FakeVolumes(Volumes volumes)
@@ -34,8 +36,13 @@ public:
             ++state->calls;
             return state->volumes;
         });
+        RebuildProcessTable();
     }
-    ~FakeVolumes() { vellum::filesupport::ReplaceMountedVolumeLister(std::move(mPrevious)); }
+    ~FakeVolumes()
+    {
+        vellum::filesupport::ReplaceMountedVolumeLister(std::move(mPrevious));
+        RebuildProcessTable();
+    }
     FakeVolumes(const FakeVolumes&) = delete;
     FakeVolumes& operator=(const FakeVolumes&) = delete;
 
@@ -44,6 +51,10 @@ public:
     int Calls() const { std::lock_guard<std::mutex> lock(mState->mutex); return mState->calls; }
 
 private:
+    static void RebuildProcessTable()
+    {
+        if (QT::IsLogicalDriveTableMade()) QT::GetLogicalDriveTable()->RebuildLogicalDriveTable();
+    }
     struct State {
         std::mutex mutex;
         Volumes volumes;

@@ -4,7 +4,6 @@
 #include <map>
 
 #include "Tests/Tool/ToolRunner.h"
-#include "dump/DumpJson.h"
 
 using namespace tooltest;
 
@@ -130,14 +129,14 @@ TEST(Refs, TellEachFileFoundOrMissing)
 // A movie that the parser refuses and the repair reads: its last atom, an 8-byte `stsz`, closes the last `stbl`.
 Bytes StszLast(const std::vector<std::uint64_t>& offsets, bool wide = false)
 {
-    TrackPlan track;
-    track.stco.assign(offsets.begin(), offsets.end());
-    if (wide) track.co64 = offsets;
-    Atom trak = BuildTrak(track);
-    std::vector<Atom>& stbl = trak.children.back().children.back().children.back().children; // mdia, minf, stbl
+    MoviePlan plan;
+    plan.tracks[0].stco.assign(offsets.begin(), offsets.end());
+    if (wide) plan.tracks[0].co64 = offsets;
+    Atom moov = BuildMoov(plan);
+    std::vector<Atom>& stbl = moov.children[1].children.back().children.back().children.back().children; // mdia, minf, stbl
     std::erase_if(stbl, [](const Atom& a) { return a.type == "stsz"; });
     stbl.emplace_back("stsz");
-    return Concat({Atom("moov", {Atom("mvhd", MvhdPayload(600, 100)), trak}), Atom("mdat", Bytes(0x500, 0))});
+    return Concat({moov, Atom("mdat", Bytes(0x500, 0))});
 }
 
 // Each run in turn, its dry run first; then the movie is its mended form. Nothing mends the last entry of a

@@ -1,23 +1,18 @@
 // Runs the built atomscan program and collects what it printed.
 #pragma once
 
-#include <fcntl.h>
 #include <grp.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Tests/Support/Corpus.h"
-#include "Tests/Support/DataReferenceBuilder.h"
+#include "Tests/Support/Open.h"
+#include "dump/DumpJson.h"
 
 namespace tooltest {
 
 using nlohmann::json;
-using namespace testsupport;
 
 struct ToolResult {
     int exitCode = -1; // -1 when the program did not exit normally
@@ -53,20 +48,24 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
-inline json Dump(const std::string& path) { return ParseOut(RunTool({"dump", path})); }
+// The document `atomscan dump` prints, made in this process by the library the command is made of.
+inline json Dump(const std::string& path)
+{
+    std::string document;
+    atomscan_tool::WriteDumpJson(path, {}, document);
+    return json::parse(document, nullptr, false);
+}
 
 // A movie whose video and timecode tracks name the clip and whose sound track names the take, on
 // a volume that is not mounted here, so they are looked for beside the movie.
 inline const std::string kClip = "/Volumes/Nowhere/clips/clip.mov", kTake = "/Volumes/Nowhere/sound/take.wav";
 inline Bytes ReferenceMovie()
 {
-    MoviePlan plan;
-    plan.tracks.assign(3, {});
-    for (std::size_t i = 0; i < 3; ++i) {
-        const std::string path = i == 1 ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
-        plan.tracks[i].mediaType = i == 0 ? "vide" : i == 1 ? "soun" : "tmcd";
-        const std::vector<std::pair<std::int16_t, std::string>> tags = {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}};
-        plan.tracks[i].dinf = DataInformation({AliasEntry(Alias(name, tags))});
+    MoviePlan plan{.tracks = {}};
+    for (const std::string type : {"vide", "soun", "tmcd"}) {
+        const std::string path = type == "soun" ? kTake : kClip, name = path.substr(path.rfind('/') + 1);
+        const Alias alias(name, {{19, "/Volumes/Nowhere"}, {18, path.substr(16)}});
+        plan.tracks.push_back({.mediaType = type, .dinf = DataInformation({AliasEntry(alias)})});
     }
     return BuildMovieFile(plan);
 }
