@@ -22,20 +22,11 @@ TEST(Info, SummarizesEachMovieAndGoesOnPastOneThatFails)
                                   emptyEdit.Path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "atomscan: /nonexistent/clip.mov: cannot open the file\n");
-    std::size_t at = 0;
-    for (const std::string line : {
-        sample.c_str(), "  duration      4004 (0:00:04.004)", "  tracks        4",
-        "#  type  enabled  codec  format              frames  rate          edit",
-        "0  vide  yes      avc1   192x108                118  29.97 fps     from 0:00:00.067 for 0:00:04.004, trimmed",
-        "1  soun  yes      mp4a   48000 Hz, 1 ch                            from 0:00:00.021 for 0:00:04.000, trimmed",
-        "2  clcp  yes      c608   62 caption records       4                several edits over 0:00:03.000",
-        "3  tmcd  no       -      start 00:59:58;00        1  29.97 fps DF  from 0:00:00.000 for 0:00:04.004",
-        "    \u00a9swr  17 bytes  \"Lavf59.27.100\"",
-        "0  soun  yes      sowt   48000 Hz, 8 ch, 16-bit 16le    9600        from 0:00:00.000 for 0:00:00.200",
-        "4  soun  no       in24   48000 Hz, 1 ch, 24-bit 42ni   48000          from 0:00:00.000 for 0:00:01.000",
-        "0  vide  yes      avc1   176x144, pixel aspect 16:11       8  25 fps  from 0:00:00.080 for 0:00:00.400",
-        "0  vide  yes      data   0x0          0  6 fps  empty for 0:00:01.000"}) {
-        at = r.out.find(line, at);
+    const json lines = DataCases("info-lines.json");
+    ASSERT_EQ(lines.size(), 12u);
+    std::size_t at = r.out.find(sample);
+    for (const json& line : lines) {
+        at = r.out.find(line.get<std::string>(), at);
         ASSERT_NE(at, std::string::npos) << line << "\n" << r.out;
     }
 }

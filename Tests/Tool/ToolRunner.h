@@ -48,6 +48,8 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
+// The cases of a data file beside the tests (Tests/Data/<name>).
+inline json DataCases(const std::string& name) { return json::parse(std::ifstream(TestDataDir() / name))["cases"]; }
 // The document `atomscan dump` prints, made in this process by the library the command is made of.
 inline json Dump(const std::string& path)
 {
