@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <sstream>
+
 #include <nlohmann/json.hpp>
 
 #include "Tests/Support/Open.h"
@@ -48,8 +50,16 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
-// The cases of a data file beside the tests (Tests/Data/<name>).
-inline json DataCases(const std::string& name) { return json::parse(std::ifstream(TestDataDir() / name))["cases"]; }
+// The cases of a data file beside the tests (Tests/Data/<name>), each placeholder of its text replaced.
+inline json DataCases(const std::string& name, const std::vector<std::pair<std::string, std::string>>& places = {})
+{
+    std::stringstream in;
+    in << std::ifstream(TestDataDir() / name).rdbuf();
+    std::string text = in.str();
+    for (const auto& [key, value] : places)
+        for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
+    return json::parse(text)["cases"];
+}
 // The document `atomscan dump` prints, made in this process by the library the command is made of.
 inline json Dump(const std::string& path)
 {
