@@ -127,26 +127,20 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
     const std::vector<std::uint64_t> sound = {0x100, 0x200, 0x300, 0x400};
     TempFile refused(StszLast(sound));
     EXPECT_EQ(Dump(refused.Path())["open"], "0xa0800001");
-    const std::string head = "track  table  entry         old";
-    const struct { Bytes damaged, mended; std::vector<std::string> runs; } kCases[] = {
-        {corpus("damaged_stco_topbyte_single"), corpus("layout_faststart"),
-         {head + "   new\n    0  stco       3  2147492274  8626\n1 chunk offset changed\n"}},
-        // Entry 10 is judged against entry 11 as stored, so only a second run mends it.
-        {edges, edgesMended,
-         {head + "    new\n    0  stco      11  1073744437   2613\n    0  stco     500  4278275934  85854\n"
-                 "2 chunk offsets changed\n",
-          "track  table  entry       old   new\n    0  stco      10  16779737  2521\n1 chunk offset changed\n"}},
-        {corpus("short_1s"), corpus("short_1s"), {"no chunk offset changed\n"}},
-        {StszLast({0x100, 0x05000200, 0x300, 0x400}), StszLast(sound),
-         {"track  table  entry       old  new\n    0  stco       1  83886592  512\n1 chunk offset changed\n"}},
-        {StszLast({0x100, 0x200, 0x0100000000000300, 0x400}, true), StszLast(sound, true),
-         {"track  table  entry                old  new\n    0  co64       2  72057594037928704  768\n"
-          "1 chunk offset changed\n"}},
-        {StszLast(sound), StszLast(sound), {"no chunk offset changed\n"}}};
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.runs[0]);
+    const json runs = DataCases("fix-runs.json"); // what each run prints, for each movie in turn
+    const struct { Bytes damaged, mended; } kCases[] = {
+        {corpus("damaged_stco_topbyte_single"), corpus("layout_faststart")},
+        {edges, edgesMended}, // entry 10 is judged against entry 11 as stored, so only a second run mends it
+        {corpus("short_1s"), corpus("short_1s")},
+        {StszLast({0x100, 0x05000200, 0x300, 0x400}), StszLast(sound)},
+        {StszLast({0x100, 0x200, 0x0100000000000300, 0x400}, true), StszLast(sound, true)},
+        {StszLast(sound), StszLast(sound)}};
+    ASSERT_EQ(runs.size(), std::size(kCases));
+    for (std::size_t i = 0; i < std::size(kCases); ++i) {
+        const auto& c = kCases[i];
+        SCOPED_TRACE(runs[i][0]);
         TempFile movie(c.damaged);
-        for (std::string out : c.runs) {
+        for (std::string out : runs[i]) {
             const Bytes before = movie.Read();
             const ToolResult dry = RunTool({"fix", "--dry-run", movie.Path()});
             EXPECT_EQ(movie.Read(), before);
