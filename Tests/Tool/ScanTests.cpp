@@ -151,26 +151,18 @@ TEST(Scan, FailOnTurnsFindingsIntoStatus2)
 {
     const std::string damaged = CorpusMovie("damaged_stco_topbyte_single").string();
     const TempFile reference(ReferenceMovie());
-    const struct { std::vector<std::string> args; int exitCode; } kCases[] = {
-        {{damaged, reference.Path()}, 0}, {{"--fail-on", "missing-refs", damaged}, 0},
-        {{"--fail-on", "damaged", damaged}, 2}, {{"--fail-on", "damaged", reference.Path()}, 0},
-        {{"--fail-on", "missing-refs", reference.Path()}, 2}, {{"--fail-on", "damaged,missing-refs", damaged}, 2},
-        {{"--fail-on", "damaged", "/nonexistent/clip.mov", reference.Path()}, 0}};
-    for (const auto& c : kCases) {
-        std::vector<std::string> args = c.args;
-        args.insert(args.begin(), "scan");
-        const ToolResult r = RunTool(args, 60);
-        EXPECT_EQ(json({r.exitCode, r.err}), json({c.exitCode, ""})) << ::testing::PrintToString(c.args);
+    const json cases = DataCases("scan-fail-on.json", {{"{damaged}", damaged}, {"{reference}", reference.Path()}});
+    ASSERT_EQ(cases.size(), 7u);
+    for (const json& c : cases) {
+        const ToolResult r = RunTool(c[0], 60);
+        EXPECT_EQ(json({r.exitCode, r.err}), json({c[1], ""})) << c[0];
     }
 }
 
 // What the program writes on standard error when that is a terminal, or a pipe; standard output is dropped.
 std::string StandardError(std::vector<std::string> args, bool terminal)
 {
-    args.insert(args.begin(), ATOMSCAN_TOOL);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Argv(args);
     int fd = -1, pipeFds[2] = {-1, -1};
     const pid_t pid = terminal ? ::forkpty(&fd, nullptr, nullptr, nullptr) : (::pipe(pipeFds), ::fork());
     if (pid == 0) {

@@ -22,16 +22,23 @@ struct ToolResult {
     long peakKilobytes = 0; // never below what this process held when it started the program
 };
 
+// The program and `args` as execv takes them; `args` gets the program in front and must outlive the result.
+inline std::vector<char*> Argv(std::vector<std::string>& args)
+{
+    args.insert(args.begin(), ATOMSCAN_TOOL);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
 // Output goes to files, so neither stream can fill a pipe and stall the program. A program still running
 // after `timeoutSeconds` (0: no limit) is ended by the alarm, which it inherits, and has not exited normally.
 // With `runAs` the program runs as that user (the caller being root).
 inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0, int runAs = -1)
 {
     const TempFile out({}, "out"), err({}, "err");
-    args.insert(args.begin(), ATOMSCAN_TOOL);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Argv(args);
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
