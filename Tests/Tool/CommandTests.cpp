@@ -161,22 +161,21 @@ TEST(Fix, OutputAndBackupNeverLoseAFile)
     const Bytes damaged = ReadFile(CorpusMovie("damaged_stco_topbyte_single")),
                 mended = ReadFile(CorpusMovie("layout_faststart")), old = {'o', 'l', 'd'};
     namespace fs = std::filesystem;
-    const struct { std::vector<std::string> args; const char* existing; int exitCode; std::map<std::string, Bytes> files;
-                   std::string errEnd = ""; } kCases[] = {
-        {{"--output", "out.mov"}, nullptr, 0, {{"movie.mov", damaged}, {"out.mov", mended}}},
-        {{"--output", "movie.mov"}, nullptr, 0, {{"movie.mov", mended}}},
-        {{"--backup"}, nullptr, 0, {{"movie.mov", mended}, {"movie.mov.orig", damaged}}},
-        {{"--backup"}, "movie.mov.orig", 1, {{"movie.mov", damaged}, {"movie.mov.orig", old}},
-         "movie.mov.orig exists already: move it away first\n"},
-        {{"--output", "out.mov"}, "out.mov/", 1, {{"movie.mov", damaged}, {"out.mov", {}}}, "out.mov: Is a directory\n"},
-        {{"--output", "/nonexistent/out.mov"}, nullptr, 1, {{"movie.mov", damaged}},
-         "cannot make a temporary file in /nonexistent: No such file or directory\n"}};
+    struct Case { std::vector<std::string> args; std::string existing; int exitCode; std::map<std::string, Bytes> files;
+                  std::string errEnd; };
+    const std::map<std::string, Bytes> contents = {{"damaged", damaged}, {"mended", mended}, {"old", old}, {"", {}}};
+    std::vector<Case> kCases;
+    for (const json& c : DataCases("fix-output.json")) {
+        kCases.push_back({c[0], c[1], c[2], {}, c[4]});
+        for (const auto& [name, content] : c[3].items()) kCases.back().files[name] = contents.at(content);
+    }
+    ASSERT_EQ(kCases.size(), 6u);
     for (const auto& c : kCases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
         TempFile movie(damaged);
         const fs::path dir = movie.Path().parent_path();
-        if (c.existing && std::string(c.existing).ends_with('/')) fs::create_directory(dir / c.existing);
-        else if (c.existing) std::ofstream(dir / c.existing) << "old";
+        if (c.existing.ends_with('/')) fs::create_directory(dir / c.existing);
+        else if (!c.existing.empty()) std::ofstream(dir / c.existing) << "old";
         const auto time = fs::last_write_time(movie.Path());
         std::vector<std::string> args = {"fix"};
         for (const std::string& a : c.args) args.push_back(a.ends_with(".mov") && a[0] != '/' ? (dir / a).string() : a);
