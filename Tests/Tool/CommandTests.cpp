@@ -85,20 +85,18 @@ TEST(Refs, TellEachFileFoundOrMissing)
 {
     MoviePlan unreadable; // the count claims a second reference that `dref` does not hold
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    const std::string found = "found    ", missing = "missing  ", clip = kClip + "\n", take = kTake + "\n";
-    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exit; std::string out, err; }
-        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + clip + found + take, ""},
-                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + clip + missing + take, ""},
-                    {ReferenceMovie(), {"take.wav"}, "info", 0, "references\n    " + missing + clip + "    " + found + take, ""},
-                    {ReadFile(CorpusMovie("short_1s")), {}, "refs", 0, "", ""},
-                    {BuildMovieFile(unreadable), {}, "refs", 1, missing + "clip.mov\n",
-                     ": the data references of a track could not all be read\n"}};
-    for (const auto& c : kCases) {
+    const std::map<std::string, Bytes> movies = {{"reference", ReferenceMovie()}, {"unreadable", BuildMovieFile(unreadable)},
+                                                 {"short_1s", ReadFile(CorpusMovie("short_1s"))}};
+    const json cases = DataCases("refs.json", {{"{clip}", kClip}, {"{take}", kTake}});
+    ASSERT_EQ(cases.size(), 5u);
+    for (const json& row : cases) {
+        const struct { Bytes movie; std::vector<std::string> beside; std::string command; int exit; std::string out, err; } c
+            = {movies.at(row[0]), row[1], row[2], row[3], row[4], row[5]};
         TempFile movie(c.movie);
-        for (const char* name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
+        for (const std::string& name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
         const ToolResult r = RunTool({c.command, movie.Path()});
         EXPECT_EQ(r.exitCode, c.exit) << c.out;
-        EXPECT_TRUE(c.command == std::string("info") ? r.out.find(c.out) != std::string::npos : r.out == c.out) << r.out;
+        EXPECT_TRUE(c.command == "info" ? r.out.find(c.out) != std::string::npos : r.out == c.out) << r.out;
         EXPECT_TRUE(r.err.ends_with(c.err) && r.err.empty() == c.err.empty()) << r.err;
     }
 }
