@@ -29,22 +29,21 @@ struct HostileTree {
 
     HostileTree()
     {
-        const Bytes refused = RefusedMovie(refusedDinf);
-        std::ofstream(root / "refused.mov", std::ios::binary)
-            << std::string_view(reinterpret_cast<const char*>(refused.data()), refused.size());
+        const auto write = [](auto&& out, const Bytes& b) {
+            out.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
+        };
+        write(std::ofstream(root / "refused.mov", std::ios::binary), RefusedMovie(refusedDinf));
         fs::permissions(root, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec |
                                   fs::perms::group_read | fs::perms::others_read);
         fs::copy_file(CorpusMovie("broadcast_2997_tc_c608_aac"), root / "movie.mov");
         fs::copy_file(CorpusMovie("damaged_stco_topbyte_single"), root / "damaged.mov");
-        std::ofstream(root / "ref.mov", std::ios::binary) << std::string_view(
-            reinterpret_cast<const char*>(ReferenceMovie().data()), ReferenceMovie().size());
+        write(std::ofstream(root / "ref.mov", std::ios::binary), ReferenceMovie());
         const Bytes moov = BuildMoov(MoviePlan{}).Serialize();
         const std::uint64_t size = std::uint64_t{100} << 30;
         std::ofstream sparse(root / "sparse.mov", std::ios::binary);
-        const Bytes head = ByteWriter().U32(1).Code("mdat").U64(size - moov.size());
-        sparse.write(reinterpret_cast<const char*>(head.data()), static_cast<std::streamsize>(head.size()));
+        write(sparse, ByteWriter().U32(1).Code("mdat").U64(size - moov.size()));
         sparse.seekp(static_cast<std::streamoff>(size - moov.size()));
-        sparse.write(reinterpret_cast<const char*>(moov.data()), static_cast<std::streamsize>(moov.size()));
+        write(sparse, moov);
         sparse.close();
         ::mkfifo((root / "fifo").c_str(), 0644);
         sockaddr_un address{};
