@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::uint32_t k48k = 48000u << 16, F = 1, B = 2, I = 4; // version 2 flags: float, big-endian, signed
+constexpr std::uint32_t k48k = 48000u << 16, I = 4; // version 2 flag: signed
 
 // All cases in one track, case i in description i, so a reader that ignores
 // the index, or reads past a short description into the next, fails a case.
@@ -54,23 +54,18 @@ void CheckFields(std::vector<Fields> cases)
 // `enda` that must not count. The corpus has the common formats.
 TEST(SoundDescription, FormatCodesAndWidths)
 {
-    struct Row { int version; const char* stored; std::uint16_t size; std::int32_t order; const char* format; unsigned n; };
-    const Row rows[] = {
-        {0, "in24", 16, 0x100, "42ni", 24}, {1, "fl32", 16, 0, "fl32", 32},     {0, "fl64", 16, 1, "46lf", 64},
-        {1, "twos", 24, 1, "in24", 24},     {0, "twos", 12, -1, "16be", 12},    {1, "lpcm", 16, 1, "16le", 16},
-        {0, "mcpl", 8, 1, "unkn", 8},       {1, "42ni", 16, -1, "unkn", 16},    {0, "ec-3", 16, 1, "ec-3", 16},
-        {2, "lpcm", 32, F | I, "unkn", 32}, {2, "lpcm", 8, I | B, "twos", 8},   {2, "lpcm", 8, F, "raw ", 8},
-        {2, "lpcm", 24, F | B, "unkn", 24}, {2, "lpcm", 32, I, "23ni", 32},     {2, "lpcm", 32, F | B, "fl32", 32},
-        {2, "lpcm", 64, F, "46lf", 64},     {2, "lpcm", 64, B | I, "unkn", 64}, {2, "twos", 16, B | I, "unkn", 16},
-    };
+    const nlohmann::json rows = nlohmann::json::parse(std::ifstream(TestDataDir() / "sound-formats.json"))["cases"];
+    ASSERT_EQ(rows.size(), 18u);
     std::vector<Fields> cases;
-    for (const Row& r : rows) {
+    for (const nlohmann::json& row : rows) {
+        const struct { int version; std::string stored; std::uint16_t size; std::int32_t order; unsigned n; } r
+            = {row[0], row[1], row[2], row[3], row[5]};
         const auto word = static_cast<std::uint16_t>(r.version == 2 ? 1 : r.order);
         const auto wave = r.order < 0 ? std::vector<Atom>() : std::vector<Atom>{Wave({Atom("free"), Enda(word)})};
-        cases.push_back({std::string(r.stored) + " v" + std::to_string(r.version),
-                         r.version == 2 ? SoundDescriptionV2(r.stored, 48000, 2, r.size, r.order, 0, 1, wave)
-                                        : SoundDescriptionV0(r.stored, 2, r.size, k48k, wave, r.version, 16),
-                         r.format, 48000, 2, r.n, r.n});
+        cases.push_back({r.stored + " v" + std::to_string(r.version),
+                         r.version == 2 ? SoundDescriptionV2(r.stored.c_str(), 48000, 2, r.size, r.order, 0, 1, wave)
+                                        : SoundDescriptionV0(r.stored.c_str(), 2, r.size, k48k, wave, r.version, 16),
+                         row[4].get_ref<const std::string&>().c_str(), 48000, 2, r.n, r.n}); // lives in `rows`
     }
     CheckFields(cases);
 }

@@ -22,20 +22,11 @@ TEST(Info, SummarizesEachMovieAndGoesOnPastOneThatFails)
                                   emptyEdit.Path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "atomscan: /nonexistent/clip.mov: cannot open the file\n");
-    std::size_t at = 0;
-    for (const std::string line : {
-        sample.c_str(), "  duration      4004 (0:00:04.004)", "  tracks        4",
-        "#  type  enabled  codec  format              frames  rate          edit",
-        "0  vide  yes      avc1   192x108                118  29.97 fps     from 0:00:00.067 for 0:00:04.004, trimmed",
-        "1  soun  yes      mp4a   48000 Hz, 1 ch                            from 0:00:00.021 for 0:00:04.000, trimmed",
-        "2  clcp  yes      c608   62 caption records       4                several edits over 0:00:03.000",
-        "3  tmcd  no       -      start 00:59:58;00        1  29.97 fps DF  from 0:00:00.000 for 0:00:04.004",
-        "    \u00a9swr  17 bytes  \"Lavf59.27.100\"",
-        "0  soun  yes      sowt   48000 Hz, 8 ch, 16-bit 16le    9600        from 0:00:00.000 for 0:00:00.200",
-        "4  soun  no       in24   48000 Hz, 1 ch, 24-bit 42ni   48000          from 0:00:00.000 for 0:00:01.000",
-        "0  vide  yes      avc1   176x144, pixel aspect 16:11       8  25 fps  from 0:00:00.080 for 0:00:00.400",
-        "0  vide  yes      data   0x0          0  6 fps  empty for 0:00:01.000"}) {
-        at = r.out.find(line, at);
+    const json lines = DataCases("info-lines.json");
+    ASSERT_EQ(lines.size(), 12u);
+    std::size_t at = r.out.find(sample);
+    for (const json& line : lines) {
+        at = r.out.find(line.get<std::string>(), at);
         ASSERT_NE(at, std::string::npos) << line << "\n" << r.out;
     }
 }
@@ -61,45 +52,31 @@ TEST(Command, ExitCodesAndMessages)
     std::uint64_t dinf = 0;
     TempFile refused(RefusedMovie(dinf));
     // The first "atom", `xxxx`, claims 0x78787878 bytes: the rule the library's open stopped at, after its verdict.
-    const std::string gone = "/nonexistent/clip.mov", junk = text.Path(), usage = " (see atomscan --help)\n",
-                      scanUsage = " (see atomscan scan --help)\n", missing = gone + ": cannot open the file\n",
-                      junkRule = "an atom runs 2021161016 bytes past the end of the file",
-                      explained = junk + ": not a movie that can be read: " + junkRule + " (xxxx at offset 0)\n",
+    const std::string junkRule = "an atom runs 2021161016 bytes past the end of the file",
                       fifo = text.Path().parent_path() / "pipe.mov";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    struct Case { std::vector<std::string> args; int exitCode; std::string errEnd; const char* open = nullptr; };
-    std::vector<Case> cases = {
-        {{}, 2, usage}, {{"frobnicate"}, 2, usage}, {{"dump"}, 2, usage}, {{"dump", "a", "b"}, 2, usage},
-        {{"dump", "--bogus", "a"}, 2, usage}, {{"info"}, 2, usage}, {{"info", "-x", "a"}, 2, usage},
-        {{"refs"}, 2, usage}, {{"refs", "a", "b"}, 2, usage}, {{"fix", "--dry-run"}, 2, usage},
-        {{"fix", "--force", "a"}, 2, usage}, {{"info", gone}, 1, missing}, {{"info", junk}, 1, explained},
-        {{"info", refused.Path()}, 1, refused.Path().string() + ": not a movie that can be read: minf does not "
-                                      "begin with its media header (track 1, dinf at offset " + std::to_string(dinf) + ")\n"},
-        {{"refs", gone}, 1, missing}, {{"refs", junk}, 1, explained}, {{"fix", gone}, 1, missing},
-        {{"fix", junk}, 1, explained}, {{"fix", "--dry-run", gone}, 1, missing},
-        {{"fix", "--dry-run", junk}, 1, explained}, {{"dump", gone}, 1, missing, "0xa0800004"},
-        {{"dump", junk}, 1, explained, "0xa0800001"}, // `open`: the code in the dump
-        // scan: 1 for a usage error as for a path that does not exist
-        {{"scan"}, 1, scanUsage}, {{"scan", "-j", "0", junk}, 1, scanUsage}, {{"scan", "--fail-on", "broken", junk}, 1,
-        scanUsage}, {{"scan", gone}, 1, gone + ": No such file or directory\n"},
-        {{"fix", "--output", "out.mov", "--dry-run", junk}, 2, usage}, {{"fix", "--backup", "--output", "out.mov", junk}, 2,
-        usage}};
+    struct Case { std::vector<std::string> args; int exitCode; std::string errEnd, open; }; // `open`: the code in the dump, if one
+    std::vector<Case> cases;
+    for (const json& c : DataCases("command-errors.json", {{"{gone}", "/nonexistent/clip.mov"}, {"{junk}", text.Path()},
+                                                          {"{refused}", refused.Path()}, {"{dinf}", std::to_string(dinf)}}))
+        cases.push_back({c[0], c[1], c[2], c.size() < 4 ? "" : c[3]});
+    ASSERT_EQ(cases.size(), 28u);
     for (const std::string& path : {fifo, text.Path().parent_path().string(), std::string("/dev/null")})
         for (const std::string command : {"info", "dump", "refs", "fix"})
             cases.push_back(
-                {{command, path}, 1, path + ": cannot open the file\n", command == "dump" ? "0xa0800004" : nullptr});
+                {{command, path}, 1, path + ": cannot open the file\n", command == "dump" ? "0xa0800004" : ""});
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
         const ToolResult r = RunTool(c.args, 20);
         EXPECT_EQ(r.exitCode, c.exitCode);
         EXPECT_TRUE(r.err.starts_with("atomscan: ") && r.err.ends_with(c.errEnd) && r.err.find('\n') == r.err.size() - 1)
             << r.err;
-        const bool notAMovie = c.open && c.open == std::string("0xa0800001");
+        const bool notAMovie = c.open == "0xa0800001";
         const json refusal = {{"rule", notAMovie ? junkRule : "the file could not be opened"}, {"track", nullptr},
                               {"atom", notAMovie ? json("xxxx") : json()}, {"offset", notAMovie ? json(0) : json()}};
-        const json failedDump = {{"path", c.open ? c.args[1] : ""}, {"open", c.open ? c.open : ""}, {"refused", refusal},
+        const json failedDump = {{"path", c.open.empty() ? "" : c.args[1]}, {"open", c.open}, {"refused", refusal},
                                  {"movie", nullptr}, {"tracks", json::array()}, {"references", nullptr}};
-        EXPECT_EQ(r.out.empty() ? json() : ParseOut(r), c.open ? failedDump : json());
+        EXPECT_EQ(r.out.empty() ? json() : ParseOut(r), c.open.empty() ? json() : failedDump);
     }
 }
 
@@ -108,20 +85,18 @@ TEST(Refs, TellEachFileFoundOrMissing)
 {
     MoviePlan unreadable; // the count claims a second reference that `dref` does not hold
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
-    const std::string found = "found    ", missing = "missing  ", clip = kClip + "\n", take = kTake + "\n";
-    const struct { Bytes movie; std::vector<const char*> beside; const char* command; int exit; std::string out, err; }
-        kCases[] = {{ReferenceMovie(), {"clip.mov", "take.wav"}, "refs", 0, found + clip + found + take, ""},
-                    {ReferenceMovie(), {"clip.mov"}, "refs", 1, found + clip + missing + take, ""},
-                    {ReferenceMovie(), {"take.wav"}, "info", 0, "references\n    " + missing + clip + "    " + found + take, ""},
-                    {ReadFile(CorpusMovie("short_1s")), {}, "refs", 0, "", ""},
-                    {BuildMovieFile(unreadable), {}, "refs", 1, missing + "clip.mov\n",
-                     ": the data references of a track could not all be read\n"}};
-    for (const auto& c : kCases) {
+    const std::map<std::string, Bytes> movies = {{"reference", ReferenceMovie()}, {"unreadable", BuildMovieFile(unreadable)},
+                                                 {"short_1s", ReadFile(CorpusMovie("short_1s"))}};
+    const json cases = DataCases("refs.json", {{"{clip}", kClip}, {"{take}", kTake}});
+    ASSERT_EQ(cases.size(), 5u);
+    for (const json& row : cases) {
+        const struct { Bytes movie; std::vector<std::string> beside; std::string command; int exit; std::string out, err; } c
+            = {movies.at(row[0]), row[1], row[2], row[3], row[4], row[5]};
         TempFile movie(c.movie);
-        for (const char* name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
+        for (const std::string& name : c.beside) std::ofstream(movie.Path().parent_path() / name) << "media";
         const ToolResult r = RunTool({c.command, movie.Path()});
         EXPECT_EQ(r.exitCode, c.exit) << c.out;
-        EXPECT_TRUE(c.command == std::string("info") ? r.out.find(c.out) != std::string::npos : r.out == c.out) << r.out;
+        EXPECT_TRUE(c.command == "info" ? r.out.find(c.out) != std::string::npos : r.out == c.out) << r.out;
         EXPECT_TRUE(r.err.ends_with(c.err) && r.err.empty() == c.err.empty()) << r.err;
     }
 }
@@ -150,26 +125,20 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
     const std::vector<std::uint64_t> sound = {0x100, 0x200, 0x300, 0x400};
     TempFile refused(StszLast(sound));
     EXPECT_EQ(Dump(refused.Path())["open"], "0xa0800001");
-    const std::string head = "track  table  entry         old";
-    const struct { Bytes damaged, mended; std::vector<std::string> runs; } kCases[] = {
-        {corpus("damaged_stco_topbyte_single"), corpus("layout_faststart"),
-         {head + "   new\n    0  stco       3  2147492274  8626\n1 chunk offset changed\n"}},
-        // Entry 10 is judged against entry 11 as stored, so only a second run mends it.
-        {edges, edgesMended,
-         {head + "    new\n    0  stco      11  1073744437   2613\n    0  stco     500  4278275934  85854\n"
-                 "2 chunk offsets changed\n",
-          "track  table  entry       old   new\n    0  stco      10  16779737  2521\n1 chunk offset changed\n"}},
-        {corpus("short_1s"), corpus("short_1s"), {"no chunk offset changed\n"}},
-        {StszLast({0x100, 0x05000200, 0x300, 0x400}), StszLast(sound),
-         {"track  table  entry       old  new\n    0  stco       1  83886592  512\n1 chunk offset changed\n"}},
-        {StszLast({0x100, 0x200, 0x0100000000000300, 0x400}, true), StszLast(sound, true),
-         {"track  table  entry                old  new\n    0  co64       2  72057594037928704  768\n"
-          "1 chunk offset changed\n"}},
-        {StszLast(sound), StszLast(sound), {"no chunk offset changed\n"}}};
-    for (const auto& c : kCases) {
-        SCOPED_TRACE(c.runs[0]);
+    const json runs = DataCases("fix-runs.json"); // what each run prints, for each movie in turn
+    const struct { Bytes damaged, mended; } kCases[] = {
+        {corpus("damaged_stco_topbyte_single"), corpus("layout_faststart")},
+        {edges, edgesMended}, // entry 10 is judged against entry 11 as stored, so only a second run mends it
+        {corpus("short_1s"), corpus("short_1s")},
+        {StszLast({0x100, 0x05000200, 0x300, 0x400}), StszLast(sound)},
+        {StszLast({0x100, 0x200, 0x0100000000000300, 0x400}, true), StszLast(sound, true)},
+        {StszLast(sound), StszLast(sound)}};
+    ASSERT_EQ(runs.size(), std::size(kCases));
+    for (std::size_t i = 0; i < std::size(kCases); ++i) {
+        const auto& c = kCases[i];
+        SCOPED_TRACE(runs[i][0]);
         TempFile movie(c.damaged);
-        for (std::string out : c.runs) {
+        for (std::string out : runs[i]) {
             const Bytes before = movie.Read();
             const ToolResult dry = RunTool({"fix", "--dry-run", movie.Path()});
             EXPECT_EQ(movie.Read(), before);
@@ -190,22 +159,21 @@ TEST(Fix, OutputAndBackupNeverLoseAFile)
     const Bytes damaged = ReadFile(CorpusMovie("damaged_stco_topbyte_single")),
                 mended = ReadFile(CorpusMovie("layout_faststart")), old = {'o', 'l', 'd'};
     namespace fs = std::filesystem;
-    const struct { std::vector<std::string> args; const char* existing; int exitCode; std::map<std::string, Bytes> files;
-                   std::string errEnd = ""; } kCases[] = {
-        {{"--output", "out.mov"}, nullptr, 0, {{"movie.mov", damaged}, {"out.mov", mended}}},
-        {{"--output", "movie.mov"}, nullptr, 0, {{"movie.mov", mended}}},
-        {{"--backup"}, nullptr, 0, {{"movie.mov", mended}, {"movie.mov.orig", damaged}}},
-        {{"--backup"}, "movie.mov.orig", 1, {{"movie.mov", damaged}, {"movie.mov.orig", old}},
-         "movie.mov.orig exists already: move it away first\n"},
-        {{"--output", "out.mov"}, "out.mov/", 1, {{"movie.mov", damaged}, {"out.mov", {}}}, "out.mov: Is a directory\n"},
-        {{"--output", "/nonexistent/out.mov"}, nullptr, 1, {{"movie.mov", damaged}},
-         "cannot make a temporary file in /nonexistent: No such file or directory\n"}};
+    struct Case { std::vector<std::string> args; std::string existing; int exitCode; std::map<std::string, Bytes> files;
+                  std::string errEnd; };
+    const std::map<std::string, Bytes> contents = {{"damaged", damaged}, {"mended", mended}, {"old", old}, {"", {}}};
+    std::vector<Case> kCases;
+    for (const json& c : DataCases("fix-output.json")) {
+        kCases.push_back({c[0], c[1], c[2], {}, c[4]});
+        for (const auto& [name, content] : c[3].items()) kCases.back().files[name] = contents.at(content);
+    }
+    ASSERT_EQ(kCases.size(), 6u);
     for (const auto& c : kCases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));
         TempFile movie(damaged);
         const fs::path dir = movie.Path().parent_path();
-        if (c.existing && std::string(c.existing).ends_with('/')) fs::create_directory(dir / c.existing);
-        else if (c.existing) std::ofstream(dir / c.existing) << "old";
+        if (c.existing.ends_with('/')) fs::create_directory(dir / c.existing);
+        else if (!c.existing.empty()) std::ofstream(dir / c.existing) << "old";
         const auto time = fs::last_write_time(movie.Path());
         std::vector<std::string> args = {"fix"};
         for (const std::string& a : c.args) args.push_back(a.ends_with(".mov") && a[0] != '/' ? (dir / a).string() : a);

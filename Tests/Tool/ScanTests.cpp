@@ -29,22 +29,21 @@ struct HostileTree {
 
     HostileTree()
     {
-        const Bytes refused = RefusedMovie(refusedDinf);
-        std::ofstream(root / "refused.mov", std::ios::binary)
-            << std::string_view(reinterpret_cast<const char*>(refused.data()), refused.size());
+        const auto write = [](auto&& out, const Bytes& b) {
+            out.write(reinterpret_cast<const char*>(b.data()), static_cast<std::streamsize>(b.size()));
+        };
+        write(std::ofstream(root / "refused.mov", std::ios::binary), RefusedMovie(refusedDinf));
         fs::permissions(root, fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec |
                                   fs::perms::group_read | fs::perms::others_read);
         fs::copy_file(CorpusMovie("broadcast_2997_tc_c608_aac"), root / "movie.mov");
         fs::copy_file(CorpusMovie("damaged_stco_topbyte_single"), root / "damaged.mov");
-        std::ofstream(root / "ref.mov", std::ios::binary) << std::string_view(
-            reinterpret_cast<const char*>(ReferenceMovie().data()), ReferenceMovie().size());
+        write(std::ofstream(root / "ref.mov", std::ios::binary), ReferenceMovie());
         const Bytes moov = BuildMoov(MoviePlan{}).Serialize();
         const std::uint64_t size = std::uint64_t{100} << 30;
         std::ofstream sparse(root / "sparse.mov", std::ios::binary);
-        const Bytes head = ByteWriter().U32(1).Code("mdat").U64(size - moov.size());
-        sparse.write(reinterpret_cast<const char*>(head.data()), static_cast<std::streamsize>(head.size()));
+        write(sparse, ByteWriter().U32(1).Code("mdat").U64(size - moov.size()));
         sparse.seekp(static_cast<std::streamoff>(size - moov.size()));
-        sparse.write(reinterpret_cast<const char*>(moov.data()), static_cast<std::streamsize>(moov.size()));
+        write(sparse, moov);
         sparse.close();
         ::mkfifo((root / "fifo").c_str(), 0644);
         sockaddr_un address{};
@@ -108,29 +107,17 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
     EXPECT_EQ(json({one.exitCode, one.err}), json({0, ""}));
     EXPECT_EQ(one.out, four.out);
 
-    const json missing = {kClip, kTake}, none = json::array();
-    const struct { const char* name; json expected; } kRows[] = {
-        {"damaged.mov", {{"status", "movie"}, {"offsetsBeyondEnd", {{{"track", 0}, {"count", 1}}}}}},
-        {"dangling", {{"status", "unreadable"}, {"reason", "broken symbolic link: No such file or directory"}}},
-        {"fifo", {{"status", "skipped"}, {"reason", "FIFO"}}},
-        {"locked", {{"status", "unreadable"}, {"reason", "cannot read the folder: Permission denied"}}},
-        {"movie.mov", {{"status", "movie"}, {"missingReferences", none}, {"offsetsBeyondEnd", none}}},
-        {"notes.txt", {{"status", "not a movie"}, {"open", "0xa0800001"}, {"size", 64},
-                       {"refused", {{"rule", "an atom runs 2021161016 bytes past the end of the file"},
-                                    {"track", nullptr}, {"atom", "xxxx"}, {"offset", 0}}}}},
-        {"ref.mov", {{"status", "movie"}, {"missingReferences", missing}, {"referencesReadable", true}}},
-        {"refused.mov", {{"status", "not a movie"}, {"refused", {{"rule", "minf does not begin with its media header"},
-                         {"track", 1}, {"atom", "dinf"}, {"offset", tree.refusedDinf}}}}},
-        {"self", {{"status", "unreadable"}, {"reason", "broken symbolic link: Too many levels of symbolic links"}}},
-        {"sock", {{"status", "skipped"}, {"reason", "socket"}}},
-        {"sparse.mov", {{"status", "movie"}, {"size", std::uint64_t{100} << 30}, {"duration", 100}}}};
+    const std::vector<std::pair<std::string, std::string>> places = {
+        {"{root}", tree.root.string()}, {"{dinf}", std::to_string(tree.refusedDinf)}, {"{clip}", kClip}, {"{take}", kTake}};
+    const json rows = DataCases("scan-lines.json", places); // name, then what its line holds
+    ASSERT_EQ(rows.size(), 11u);
     const std::vector<json> lines = JsonLines(one.out);
-    ASSERT_EQ(lines.size(), std::size(kRows) + 1) << one.out;
+    ASSERT_EQ(lines.size(), rows.size() + 1) << one.out;
     json codecs = json::object();
-    for (std::size_t i = 0; i < std::size(kRows); ++i) {
-        SCOPED_TRACE(kRows[i].name);
-        EXPECT_EQ(lines[i]["path"], tree / kRows[i].name);
-        for (const auto& [key, value] : kRows[i].expected.items()) EXPECT_EQ(lines[i][key], value) << key;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        SCOPED_TRACE(rows[i][0]);
+        EXPECT_EQ(lines[i]["path"], tree / rows[i][0].get<std::string>().c_str());
+        for (const auto& [key, value] : rows[i][1].items()) EXPECT_EQ(lines[i][key], value) << key;
         if (lines[i]["status"] == "not a movie") {
             EXPECT_EQ(lines[i]["refused"], Dump(lines[i]["path"])["refused"]);
         }
@@ -148,21 +135,10 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
 
     // The same as a table and a summary for a person (patterns in order).
     const ToolResult text = RunTool({"scan", tree.root}, 60, kScanUser);
-    const std::string notesRefused = "not a movie that can be read: an atom runs 2021161016 bytes past the end of "
-                                     "the file \\(xxxx at offset 0\\)",
-                      refused = "not a movie that can be read: minf does not begin with its media header \\(track 1, "
-                                "dinf at offset " + std::to_string(tree.refusedDinf) + "\\)";
+    const json patterns = DataCases("scan-text.json", places);
+    ASSERT_EQ(patterns.size(), 11u);
     auto from = text.out.cbegin();
-    for (const std::string& pattern : std::vector<std::string>{"path +duration +tracks +codecs +notes", "\n" + tree / "damaged.mov" + " +0:00:02.000 +2 +avc1 mp4a +"
-          "track 0: 1 offset beyond the end", "\n" + tree / "notes.txt" + " +" + notesRefused,
-          "\n" + tree / "ref.mov" + " +0:00:00.167 +3 +data data - +2 missing files",
-          "\n" + tree / "refused.mov" + " +" + refused, "\nnot movies +2\n  " + tree / "notes.txt" + ": " + notesRefused +
-          "\n  " + tree / "refused.mov" + ": " + refused,
-          "\ncould not be read   3\n  " + tree / "dangling" + ": broken symbolic link",
-          "\nskipped             2 \\(FIFOs, sockets and devices are not opened\\)\n  " + tree / "fifo" + ": FIFO",
-          "\nfolders read        1 \\(1 reached again through links",
-          "\nmissing files       1 movie\n  " + tree / "ref.mov" + "\n    " + kClip,
-          "\noffsets beyond end  1 movie .*\n  " + tree / "damaged.mov" + ": track 0: 1 offset beyond the end\n"}) {
+    for (const std::string pattern : patterns) {
         std::smatch match;
         ASSERT_TRUE(std::regex_search(from, text.out.cend(), match, std::regex(pattern))) << pattern << "\n" << text.out;
         from = match[0].second;
@@ -174,26 +150,18 @@ TEST(Scan, FailOnTurnsFindingsIntoStatus2)
 {
     const std::string damaged = CorpusMovie("damaged_stco_topbyte_single").string();
     const TempFile reference(ReferenceMovie());
-    const struct { std::vector<std::string> args; int exitCode; } kCases[] = {
-        {{damaged, reference.Path()}, 0}, {{"--fail-on", "missing-refs", damaged}, 0},
-        {{"--fail-on", "damaged", damaged}, 2}, {{"--fail-on", "damaged", reference.Path()}, 0},
-        {{"--fail-on", "missing-refs", reference.Path()}, 2}, {{"--fail-on", "damaged,missing-refs", damaged}, 2},
-        {{"--fail-on", "damaged", "/nonexistent/clip.mov", reference.Path()}, 0}};
-    for (const auto& c : kCases) {
-        std::vector<std::string> args = c.args;
-        args.insert(args.begin(), "scan");
-        const ToolResult r = RunTool(args, 60);
-        EXPECT_EQ(json({r.exitCode, r.err}), json({c.exitCode, ""})) << ::testing::PrintToString(c.args);
+    const json cases = DataCases("scan-fail-on.json", {{"{damaged}", damaged}, {"{reference}", reference.Path()}});
+    ASSERT_EQ(cases.size(), 7u);
+    for (const json& c : cases) {
+        const ToolResult r = RunTool(c[0], 60);
+        EXPECT_EQ(json({r.exitCode, r.err}), json({c[1], ""})) << c[0];
     }
 }
 
 // What the program writes on standard error when that is a terminal, or a pipe; standard output is dropped.
 std::string StandardError(std::vector<std::string> args, bool terminal)
 {
-    args.insert(args.begin(), ATOMSCAN_TOOL);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Argv(args);
     int fd = -1, pipeFds[2] = {-1, -1};
     const pid_t pid = terminal ? ::forkpty(&fd, nullptr, nullptr, nullptr) : (::pipe(pipeFds), ::fork());
     if (pid == 0) {

@@ -5,6 +5,8 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
+#include <sstream>
+
 #include <nlohmann/json.hpp>
 
 #include "Tests/Support/Open.h"
@@ -20,16 +22,23 @@ struct ToolResult {
     long peakKilobytes = 0; // never below what this process held when it started the program
 };
 
+// The program and `args` as execv takes them; `args` gets the program in front and must outlive the result.
+inline std::vector<char*> Argv(std::vector<std::string>& args)
+{
+    args.insert(args.begin(), ATOMSCAN_TOOL);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    return argv;
+}
+
 // Output goes to files, so neither stream can fill a pipe and stall the program. A program still running
 // after `timeoutSeconds` (0: no limit) is ended by the alarm, which it inherits, and has not exited normally.
 // With `runAs` the program runs as that user (the caller being root).
 inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0, int runAs = -1)
 {
     const TempFile out({}, "out"), err({}, "err");
-    args.insert(args.begin(), ATOMSCAN_TOOL);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
+    std::vector<char*> argv = Argv(args);
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
@@ -48,6 +57,16 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
+// The cases of a data file beside the tests (Tests/Data/<name>), each placeholder of its text replaced.
+inline json DataCases(const std::string& name, const std::vector<std::pair<std::string, std::string>>& places = {})
+{
+    std::stringstream in;
+    in << std::ifstream(TestDataDir() / name).rdbuf();
+    std::string text = in.str();
+    for (const auto& [key, value] : places)
+        for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
+    return json::parse(text)["cases"];
+}
 // The document `atomscan dump` prints, made in this process by the library the command is made of.
 inline json Dump(const std::string& path)
 {
