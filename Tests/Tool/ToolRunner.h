@@ -1,7 +1,8 @@
 // Runs the built atomscan program and collects what it printed.
 #pragma once
 
-#include <grp.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 
@@ -34,8 +35,9 @@ inline std::vector<char*> Argv(std::vector<std::string>& args)
 
 // Output goes to files, so neither stream can fill a pipe and stall the program. A program still running
 // after `timeoutSeconds` (0: no limit) is ended by the alarm, which it inherits, and has not exited normally.
-// With `runAs` the program runs as that user (the caller being root).
-inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0, int runAs = -1)
+// With `permissionBits` the program is held to the files' permission bits even when run by root: it loses the
+// two capabilities that pass over them from its bounding set, so that exec cannot give them back.
+inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds = 0, bool permissionBits = false)
 {
     const TempFile out({}, "out"), err({}, "err");
     std::vector<char*> argv = Argv(args);
@@ -43,7 +45,9 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
     if (pid == 0) {
         ::dup2(::open(out.Path().c_str(), O_WRONLY), 1);
         ::dup2(::open(err.Path().c_str(), O_WRONLY), 2);
-        if (runAs >= 0 && (::setgroups(0, nullptr) != 0 || ::setgid(runAs) != 0 || ::setuid(runAs) != 0)) ::_exit(126);
+        if (permissionBits && ::geteuid() == 0 &&
+            (::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE) != 0 || ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH) != 0))
+            ::_exit(126);
         ::alarm(timeoutSeconds);
         ::execv(argv[0], argv.data());
         ::_exit(127);
