@@ -30,38 +30,29 @@ Change Edit(std::uint32_t duration, std::uint32_t mediaTime)
     return [=](TrackPlan& t) { t.edits = Edits{{duration, mediaTime, 0x10000}}; t.duration = duration; };
 }
 
-enum Field { kOffset, kSize, kDuration, kTime };
-Numbers Column(const Table& table, Field f)
+Numbers Column(const Table& table, const std::string& f)
 {
     Numbers v;
     for (const auto& r : table)
-        v.push_back(f == kOffset ? r.mOffset : f == kSize ? r.mSize : f == kDuration ? r.mDuration : r.mTime);
+        v.push_back(f == "offset" ? r.mOffset : f == "size" ? r.mSize : f == "duration" ? r.mDuration : r.mTime);
     return v;
 }
 
+// The cases are in Data/frame-records.json, behind 5000 samples in one chunk against their sizes added one by one.
 TEST(VideoSampleTable, Records)
 {
-    Numbers sum = {64}; // 5000 samples of sizes 1 to 97 in one chunk, added up one by one
+    Numbers sum = {64};
     for (std::uint32_t i = 0; i + 1 < 5000; ++i) sum.push_back(sum.back() + i % 97 + 1);
-    const std::tuple<const char*, Change, Field, Numbers> cases[] = {
-        {"5000 samples in one chunk", [](TrackPlan& t) {
-             t.stts = {{5000, 1}}; t.duration = t.mediaDuration = 5000; t.stsc = {{1, 5000, 1}}; t.stco = {64};
-             t.stszSizes.resize(5000);
-             for (std::uint32_t i = 0; i < 5000; ++i) t.stszSizes[i] = i % 97 + 1;
-         }, kOffset, sum},
-        {"two runs of one size: each run's chunks counted anew", [](TrackPlan& t) { t.stsc = {{1, 2, 1}, {3, 2, 1}}; },
-         kOffset, {1000, 1010, 2000, 2012, 3000, 3014, 4000, 4016, 5000, 5018}},
-        {"co64: offsets and sums in 64 bits",
-         [](TrackPlan& t) { t.co64 = std::vector<std::uint64_t>{0xfffffffc, 0x1234567890, 3000, 4000, 5000}; }, kOffset,
-         {0xfffffffc, 0x100000006, 0x1234567890, 0x1234567890 + 12, 3000, 3014, 4000, 4016, 5000, 5018}},
-        {"sizes ahead in a chunk summed in 32 bits",
-         [](TrackPlan& t) { t.stsc = {{1, 3, 1}}; t.stszSizes[0] = 0xffffff00u; t.stszSizes[1] = 0x200; }, kOffset,
-         {1000, 1000 + 0xffffff00ull, 1000 + 0x100, 2000, 2013, 2027, 3000, 3016, 3033, 4000}},
-        {"edit from inside a sample: samples", Edit(300, 250), kSize, {12, 13, 14, 15}},
-        {"edit from inside a sample: durations", Edit(300, 250), kDuration, {50, 100, 100, 100}},
-        {"edit from inside a sample: times", Edit(300, 250), kTime, {0, 50, 150, 250}},
-        {"edit ending inside a sample", Edit(320, 0), kDuration, {100, 100, 100, 20}},
-    };
+    std::vector<std::tuple<std::string, Change, std::string, Numbers>> cases = {{"5000 samples in one chunk",
+        [](TrackPlan& t) {
+            t.stts = {{5000, 1}}; t.duration = t.mediaDuration = 5000; t.stsc = {{1, 5000, 1}}; t.stco = {64};
+            t.stszSizes.resize(5000);
+            for (std::uint32_t i = 0; i < 5000; ++i) t.stszSizes[i] = i % 97 + 1;
+        }, "offset", sum}};
+    for (const nlohmann::json& c : DataRows("frame-records.json"))
+        cases.emplace_back(c[0].get<std::string>(), [c](TrackPlan& t) { Apply(c[1], t); }, c[2].get<std::string>(),
+                           c[3].get<Numbers>());
+    ASSERT_EQ(cases.size(), 8u);
     for (const auto& [what, change, field, expected] : cases) {
         SCOPED_TRACE(what);
         auto track = TenSamples(change);
@@ -72,38 +63,19 @@ TEST(VideoSampleTable, Records)
     }
 }
 
+// The cases are in Data/refused-frame-tables.json.
 TEST(VideoSampleTable, RefusedTables)
 {
-    constexpr QT::ResultCode kBad = QT::kResultBadSampleTables, kNotFound = QT::kResultNotFound;
-    const std::tuple<const char*, Change, QT::ResultCode, std::size_t> cases[] = {
-        {"no samples", [](TrackPlan& t) { t.stts = {}; }, kBad, 0},
-        {"stsz shorter than the samples", [](TrackPlan& t) { t.stszSizes.pop_back(); }, kBad, 0},
-        {"stsz counting sizes past the copy",
-         [](TrackPlan& t) { t.stts = {{100, 10}}; t.replaceStbl = {Stsz(0, {1, 2, 3, 4, 5, 6, 7, 8, 9}, 100)}; },
-         kBad, 0},
-        {"stsz counting sizes past its atom, into the next one",
-         [](TrackPlan& t) { t.replaceStbl = {Stsz(0, {10, 11, 12, 13, 14, 15, 16, 17, 18}, 10)}; }, kBad, 0},
-        {"constant size with a short count", [](TrackPlan& t) { t.stszConstant = 8; t.stszSizes.resize(9); }, kBad, 0},
-        {"stsc without entries", [](TrackPlan& t) { t.stsc = {}; }, kNotFound, 0},
-        {"runs end before the samples", [](TrackPlan& t) { t.stco = {1000, 2000, 3000}; }, kNotFound, 6},
-        // The sample after the first run is placed with the old samples per
-        // chunk; the one after it meets two empty runs.
-        {"an empty run between two", [](TrackPlan& t) { t.stsc = {{1, 2, 1}, {2, 0, 1}, {3, 2, 1}}; }, kNotFound, 3},
-        {"a run that leads past the chunk table", [](TrackPlan& t) { t.stsc = {{1, 1, 1}, {9, 1, 1}}; }, kNotFound, 5},
-        {"first chunk 0", [](TrackPlan& t) { t.stsc = {{0, 2, 1}}; }, kNotFound, 0},
-        {"last run starts past the chunk table", [](TrackPlan& t) { t.stsc = {{1, 0, 1}, {7, 2, 1}}; }, kNotFound, 0},
-        {"one sample per chunk, a chunk short",
-         [](TrackPlan& t) { t.stsc = {{1, 1, 1}}; t.stco = {10, 20, 30, 40, 50, 60, 70, 80, 90}; }, kNotFound, 9},
-        {"edit at rate 2", [](TrackPlan& t) { t.edits = Edits{{1000, 0, 0x20000}}; }, QT::kResultEditListNotSimple, 0},
-    };
-    for (const auto& [what, change, result, added] : cases) {
-        SCOPED_TRACE(what);
-        auto track = TenSamples(change);
+    const nlohmann::json cases = DataRows("refused-frame-tables.json");
+    ASSERT_EQ(cases.size(), 13u);
+    for (const nlohmann::json& c : cases) {
+        SCOPED_TRACE(c[0].get<std::string>());
+        auto track = TenSamples([&](TrackPlan& t) { Apply(c[1], t); });
         ASSERT_TRUE(track);
         Table table(2); // what the table held stays, and is not sorted
         table[0].mTime = 7;
-        EXPECT_EQ(track->MakeFullVideoSampleTable(true, false, table), result);
-        EXPECT_EQ(table.size(), 2 + added);
+        EXPECT_EQ(track->MakeFullVideoSampleTable(true, false, table), CodeOf(c[2]));
+        EXPECT_EQ(table.size(), 2 + c[3].get<std::size_t>());
         EXPECT_EQ(table[0].mTime, 7u);
     }
 }
@@ -116,8 +88,8 @@ TEST(VideoSampleTable, LimitCountsRecordsAndTheSortTakesTheWholeTable)
     table[0].mTime = 0xffffffffu;
     table[1].mTime = 50;
     ASSERT_EQ(track->MakeVideoSampleTable(true, false, 3, table), QT::kResultSuccess);
-    EXPECT_EQ(Column(table, kTime), (Numbers{0, 50, 100, 200, 0xffffffffu}));
-    EXPECT_EQ(Column(table, kSize), (Numbers{13, 0, 14, 15, 0}));
+    EXPECT_EQ(Column(table, "time"), (Numbers{0, 50, 100, 200, 0xffffffffu}));
+    EXPECT_EQ(Column(table, "size"), (Numbers{13, 0, 14, 15, 0}));
 }
 
 // The frame table as its rules tell it, sample by sample, over the plan of a
@@ -135,12 +107,8 @@ QT::ResultCode Model(const TrackPlan& t, bool ignoreEdits, std::uint32_t maxEntr
     if (t.edits && !t.edits->empty()) {
         const std::uint32_t mediaTime = (*t.edits)[0][1];
         editEnd = mediaTime + (*t.edits)[0][0];
-        for (std::uint32_t rest = mediaTime; mediaTime != 0; rest -= durations[editFirst++]) {
-            if (durations[editFirst] > rest) {
-                editFirstDuration = durations[editFirst] - rest;
-                break;
-            }
-        }
+        for (std::uint32_t rest = mediaTime; mediaTime != 0; rest -= durations[editFirst++])
+            if (durations[editFirst] > rest) { editFirstDuration = durations[editFirst] - rest; break; }
         if (mediaTime == 0) editFirstDuration = durations[0];
     }
     const bool direct = t.stszConstant && t.stsc.size() == 1 && chunks.size() == sampleCount;
@@ -157,9 +125,8 @@ QT::ResultCode Model(const TrackPlan& t, bool ignoreEdits, std::uint32_t maxEntr
             sttsFirst += t.stts[sttsIndex].first;
             if (++sttsIndex < t.stts.size()) duration = t.stts[sttsIndex].second;
         }
-        if (direct) {
-            r.mOffset = chunks[sample];
-        } else {
+        if (direct) r.mOffset = chunks[sample];
+        else {
             if (t.stsc.empty()) return QT::kResultNotFound;
             const std::uint32_t perChunk = t.stsc[stscIndex][1];
             for (int moves = 0;; ++moves) {
@@ -178,10 +145,7 @@ QT::ResultCode Model(const TrackPlan& t, bool ignoreEdits, std::uint32_t maxEntr
             r.mOffset = chunks[chunk] + before;
         }
         r.mDuration = duration;
-        if (!ignoreEdits && (sample < editFirst || mediaTime >= editEnd)) {
-            mediaTime += duration;
-            continue;
-        }
+        if (!ignoreEdits && (sample < editFirst || mediaTime >= editEnd)) { mediaTime += duration; continue; }
         if (!ignoreEdits && editFirstDuration && sample == editFirst) r.mDuration = editFirstDuration;
         else if (!ignoreEdits && std::uint64_t{r.mDuration} + mediaTime > editEnd) r.mDuration = editEnd - mediaTime;
         r.mTime = outputTime;
@@ -234,7 +198,7 @@ TEST(VideoSampleTable, AgreesWithTheRulesOnRandomTables)
         Table ours, expected;
         ASSERT_EQ(track->MakeVideoSampleTable(false, ignoreEdits, maxEntries, ours), Model(t, ignoreEdits, maxEntries, expected));
         ASSERT_EQ(ours.size(), expected.size());
-        for (Field f : {kOffset, kSize, kDuration, kTime}) EXPECT_EQ(Column(ours, f), Column(expected, f));
+        for (const char* f : {"offset", "size", "duration", "time"}) EXPECT_EQ(Column(ours, f), Column(expected, f));
         for (std::size_t i = 0; i < ours.size(); ++i) EXPECT_EQ(ours[i].mIsKeyFrame, expected[i].mIsKeyFrame) << i;
     }
 }

@@ -11,9 +11,7 @@ constexpr QT::ResultCode kOk = QT::kResultSuccess, kNoItem = QT::kResultImageDes
 
 Bytes Ext(const char* type, const Bytes& payload, std::optional<std::uint32_t> size = {})
 {
-    Atom atom(type, payload);
-    atom.size = size;
-    return atom.Serialize();
+    return Atom(type, payload).Sized(size).Serialize();
 }
 Bytes Join(std::initializer_list<Bytes> parts)
 {
@@ -223,24 +221,17 @@ TEST_F(VideoTemporalTable, InvalidTables)
     noSdtp.extraStbl = {Ctts(kIPBBOffsets)};
     noCtts.extraStbl = {Sdtp(kIPBB)};
     shortSdtp.extraStbl = {Sdtp({0x60, 0x40, 0x08}), Ctts(kIPBBOffsets)};
-    // The records the table ends with, and the lines traced.
-    const std::tuple<const char*, TrackPlan, std::size_t, Lines> cases[] = {
+    // The records the table ends with, and the lines traced; more cases in Data/temporal-tables.json.
+    std::vector<std::tuple<std::string, TrackPlan, std::size_t, Lines>> cases = {
         {"no sdtp: the table is left alone", noSdtp, 0, {}},
         {"no ctts", noCtts, 0, {}},
         // Refused before the table grows, so its size stays within what the file holds.
         {"fewer sdtp flags than samples", shortSdtp, 0, {kInvalidTable}},
-        {"flags of no known kind", Frames({0x60, 0x20, 0x08, 0x08}, kIPBBOffsets), 4,
-         {"Found invalid sdtp atom data at frame 2", kInvalidTable}},
-        {"two samples on one display index", Frames(kIPBB, {{2, 0}, {2, -100}}), 4, {kInvalidTable}},
-        {"ctts covering fewer samples than stts", Frames(kIPBB, {{3, 0}}), 4, {kInvalidTable}},
-        // Flags would be stored outside the table.
-        {"ctts counting more samples than stts", Frames(kIPBB, {{1, 0}, {1, 200}, {3, -100}}), 4, {kInvalidTable}},
-        // Refused before any division.
-        {"first duration 0", Frames(kIPBB, kIPBBOffsets, 0), 4, {kInvalidTable}},
-        {"first duration -1 with the least offset",
-         Frames({0x60, 0x40}, {{1, 0}, {1, std::numeric_limits<std::int32_t>::min()}}, 0xffffffffu), 2,
-         {kInvalidTable}},
     };
+    for (const nlohmann::json& c : DataRows("temporal-tables.json"))
+        cases.emplace_back(c[0].get<std::string>(), Frames(c[1].get<Bytes>(), c[2].get<Offsets>(), c[3]),
+                           c[4].get<std::size_t>(), c[5].get<Lines>());
+    ASSERT_EQ(cases.size(), 9u);
     for (const auto& [what, plan, records, messages] : cases) {
         SCOPED_TRACE(what);
         mMessages.clear();

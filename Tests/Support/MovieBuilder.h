@@ -65,6 +65,7 @@ struct Atom {
     Atom(std::string t, Bytes p = {}, std::vector<Atom> c = {})
         : type(std::move(t)), payload(std::move(p)), children(std::move(c)) {}
     Atom(std::string t, std::vector<Atom> c) : type(std::move(t)), children(std::move(c)) {}
+    Atom Sized(std::optional<std::uint32_t> s) const { Atom a = *this; a.size = s; return a; } // a copy, size set
     Bytes Serialize() const;
 };
 
@@ -417,9 +418,7 @@ inline Atom DataInformation(const std::vector<Bytes>& entries, std::optional<std
     ByteWriter payload;
     payload.U32(0).U32(count.value_or(static_cast<std::uint32_t>(entries.size())));
     for (const Bytes& e : entries) payload.Raw(e);
-    Atom dref("dref", payload.Take());
-    dref.size = drefSize;
-    return Atom("dinf", {dref});
+    return Atom("dinf", {Atom("dref", payload.Take()).Sized(drefSize)});
 }
 
 } // namespace testsupport

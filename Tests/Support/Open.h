@@ -44,6 +44,43 @@ inline nlohmann::json Probe(const std::string& name)
 
 using Change = std::function<void(TrackPlan&)>; // a change to a built track
 
+// The cases of a data file beside the tests (Tests/Data/<name>).
+inline nlohmann::json DataRows(const std::string& name)
+{
+    return nlohmann::json::parse(std::ifstream(TestDataDir() / name))["cases"];
+}
+// A result code written as in the dumps ("0xa0800007").
+inline QT::ResultCode CodeOf(const nlohmann::json& hex) { return std::stoul(hex.get<std::string>(), nullptr, 16); }
+
+// A change to a built track as data: its tables (entries as arrays), `duration`, `edits`, `sound` (format,
+// channels, bits, version; version 2 adds flags and bytes per packet) and `replace`, children of `stbl` given
+// as a type and the 32-bit words of the payload.
+inline void Apply(const nlohmann::json& change, TrackPlan& t)
+{
+    using Words = std::vector<std::uint32_t>;
+    for (const auto& [key, v] : change.items()) {
+        if (key == "stts") t.stts = v.get<decltype(t.stts)>();
+        else if (key == "stsc") t.stsc = v.get<decltype(t.stsc)>();
+        else if (key == "stco") t.stco = v.get<Words>();
+        else if (key == "stsz") t.stszSizes = v.get<Words>();
+        else if (key == "stszConstant") t.stszConstant = v.get<std::uint32_t>();
+        else if (key == "co64") t.co64 = v.get<std::vector<std::uint64_t>>();
+        else if (key == "edits") t.edits = v.get<std::vector<std::array<std::uint32_t, 3>>>();
+        else if (key == "duration") t.duration = v.get<std::uint32_t>();
+        else if (key == "sound" && v[3] == 2) t.descriptions = {SoundDescriptionV2(v[0].get<std::string>().c_str(),
+                                                                                   48000, v[1], v[2], v[4], v[5])};
+        else if (key == "sound") t.descriptions = {SoundDescriptionV0(v[0].get<std::string>().c_str(), v[1], v[2],
+                                                                      48000u << 16, {}, v[3], v[3] == 1 ? 16 : 0)};
+        else if (key == "replace") {
+            for (const auto& [type, words] : v.get<std::vector<std::pair<std::string, Words>>>()) {
+                ByteWriter w;
+                for (std::uint32_t word : words) w.U32(word);
+                t.replaceStbl.emplace_back(type, w.Take());
+            }
+        } else throw std::invalid_argument("no such change: " + key);
+    }
+}
+
 struct OpenResult {
     QT::ResultCode code = 0;
     Tessel::InterfaceRef<QT::IQTMovie> movie;
