@@ -150,6 +150,10 @@ TEST(VideoDescriptionExport, WholeDescriptions)
     EXPECT_EQ(Bytes(expected[0].begin(), expected[0].begin() + 8),
               Bytes({std::uint8_t(first.size()), 0, 0, 0, 'n', 'c', 'p', 'a'}));
     EXPECT_EQ(std::string(expected[0].begin() + 51, expected[0].begin() + 65), "Lavc prores_ks");
+    // Two like descriptions are alike, these two are not (in size nor without it).
+    EXPECT_TRUE(Open({second, second})->GetAllSampleDescriptionsEquivalent());
+    EXPECT_EQ(std::tuple(track->GetAllSampleDescriptionsEquivalent(), track->GetAllImageDescriptionsEquivalent(true)),
+              std::tuple(false, false));
     EXPECT_EQ(track->GetVideoMediaImageDescriptionAsBinary(-1, out), QT::kResultNotFound);
     EXPECT_EQ(track->GetVideoMediaImageDescriptionAsPlatformBinary(-1, out), QT::kResultNotFound);
     EXPECT_EQ(ToBytes(out), second);
