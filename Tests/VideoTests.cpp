@@ -36,6 +36,11 @@ TEST(VideoDescription, SignedSizesAndANameCutAtTheEnd)
                                          .nameLength = 255, .depth = 0x4344, .colorTableId = 0x4546})});
     ASSERT_TRUE(track);
     EXPECT_EQ(std::pair(track->GetVideoMediaWidth(0), track->GetVideoMediaHeight(0)), std::pair(-1, -32768));
+    // A negative index names no description: every field reads 0.
+    EXPECT_EQ(std::vector<std::int64_t>({track->GetVideoMediaWidth(-1), track->GetVideoMediaHeight(-1),
+                                         track->GetVideoMediaDepth(-1), track->GetVideoMediaCompressionFourCC(-1),
+                                         track->GetVideoMediaVendorFourCC(-1)}),
+              std::vector<std::int64_t>(5, 0));
     QT::String16 name;
     EXPECT_EQ(track->GetVideoMediaCodecName(0, name), kOk);
     EXPECT_EQ(name, ToString16(std::string(31, 'y') + "CDEF"));
