@@ -67,7 +67,7 @@ TEST(VideoSampleTable, Records)
 TEST(VideoSampleTable, RefusedTables)
 {
     const nlohmann::json cases = DataRows("refused-frame-tables.json");
-    ASSERT_EQ(cases.size(), 13u);
+    ASSERT_EQ(cases.size(), 14u);
     for (const nlohmann::json& c : cases) {
         SCOPED_TRACE(c[0].get<std::string>());
         auto track = TenSamples([&](TrackPlan& t) { Apply(c[1], t); });
