@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "Tests/Tool/ToolRunner.h"
+#include "scan/Examine.h"
 
 using namespace tooltest;
 namespace fs = std::filesystem;
@@ -191,6 +192,25 @@ TEST(Scan, ProgressOnATerminalOnly)
     const std::regex drawn("\rscan: [0-9]+ of " + files + " files, [0-9]+ movies, [0-9.]+ MB/s.*\r +\r");
     EXPECT_TRUE(std::regex_search(StandardError({"scan", corpus}, true), drawn));
     EXPECT_EQ(StandardError({"scan", "--json", corpus}, false), "");
+}
+
+// A file found by the walk that is gone, smaller or no longer a file when its turn comes is unreadable, and why.
+TEST(Scan, WhatChangedSinceTheWalkIsUnreadable)
+{
+    const TempFile movie(ReadFile(CorpusMovie("short_1s")));
+    const std::uint64_t size = std::filesystem::file_size(movie.Path());
+    const std::string path = movie.Path(), dir = movie.Path().parent_path();
+    const std::pair<atomscan_tool::WalkEntry, std::string> cases[] = {
+        {{path + ".gone", atomscan_tool::WalkEntry::Kind::File, 10, ""}, "vanished during the scan"},
+        {{path, atomscan_tool::WalkEntry::Kind::File, size + 1, ""},
+         "shrank during the scan, from " + std::to_string(size + 1) + " to " + std::to_string(size) + " bytes"},
+        {{dir, atomscan_tool::WalkEntry::Kind::File, 10, ""}, "no longer a regular file"},
+        {{path, atomscan_tool::WalkEntry::Kind::File, size, ""}, ""}};
+    for (const auto& [entry, reason] : cases) {
+        const atomscan_tool::ScanRecord r = atomscan_tool::Examine(entry);
+        EXPECT_EQ(std::pair(r.status == atomscan_tool::ScanRecord::Status::Unreadable, r.reason),
+                  std::pair(!reason.empty(), reason)) << entry.path;
+    }
 }
 
 } // namespace
