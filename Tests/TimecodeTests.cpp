@@ -11,13 +11,15 @@ Bytes Description(const Bytes& tail = {}) { return TimecodeDescription(3, 30000,
 TEST(Timecode, DescriptionAndSourceName)
 {
     const Bytes name = ByteWriter().U32(21).Code("name").U32(0).Text("Camera A!");
-    Bytes pastEnd = Description(name);
+    Bytes pastEnd = Description(name), cut = Description();
     --pastEnd[3]; // the description's size leaves the name atom's last byte out
-    struct Case { const char* name; Bytes description; const char16_t* source; bool fieldsRead; };
+    cut[3] = 32;  // and here the frame count behind the ticks
+    struct Case { const char* name; Bytes description; const char16_t* source; int frames; }; // -1: no field read
     const Case cases[] = {
-        {"a name atom behind the fields", Description(name), u"Camera A!", true},
-        {"a name atom past the description", pastEnd, u"", true},
-        {"too short for the fields: all read as 0", SampleDescription("tmcd", ByteWriter().U32(0)), u"", false},
+        {"a name atom behind the fields", Description(name), u"Camera A!", 30},
+        {"a name atom past the description", pastEnd, u"", 30},
+        {"the frame count past the description", cut, u"", 0},
+        {"too short for the fields: all read as 0", SampleDescription("tmcd", ByteWriter().U32(0)), u"", -1},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -26,7 +28,7 @@ TEST(Timecode, DescriptionAndSourceName)
         ASSERT_EQ(OpenTrackOf(TimecodeTrack(c.description, "tmcd", 1000)).track->GetTimecodeMediaInfo(info, source), 0);
         EXPECT_EQ(source, c.source);
         EXPECT_EQ(std::tuple(info.mDropFrame, info.mTimeScale, info.mTicksPerFrame, int{info.mNumberOfFrames}),
-                  c.fieldsRead ? std::tuple(true, 30000u, 1001u, 30) : std::tuple(false, 0u, 0u, 0));
+                  c.frames < 0 ? std::tuple(false, 0u, 0u, 0) : std::tuple(true, 30000u, 1001u, c.frames));
     }
 }
 

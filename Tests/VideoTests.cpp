@@ -157,6 +157,9 @@ TEST(VideoDescriptionExport, WholeDescriptions)
     EXPECT_EQ(std::string(expected[0].begin() + 51, expected[0].begin() + 65), "Lavc prores_ks");
     // Two like descriptions are alike, these two are not (in size nor without it).
     EXPECT_TRUE(Open({second, second})->GetAllSampleDescriptionsEquivalent());
+    Bytes sharper = second;
+    ++sharper[36]; // the first byte of the horizontal resolution
+    EXPECT_FALSE(Open({second, sharper})->GetAllSampleDescriptionsEquivalent());
     EXPECT_EQ(std::tuple(track->GetAllSampleDescriptionsEquivalent(), track->GetAllImageDescriptionsEquivalent(true)),
               std::tuple(false, false));
     EXPECT_EQ(track->GetVideoMediaImageDescriptionAsBinary(-1, out), QT::kResultNotFound);
@@ -217,6 +220,9 @@ TEST_F(VideoTemporalTable, DisplayOrderAndReferences)
     TrackPlan ipbb = Frames(kIPBB, kIPBBOffsets);
     ipbb.stts = {{1, 100}, {3, 50}}; // offsets are divided by the first duration only
     EXPECT_EQ(Make(ipbb, QT::kResultSuccess), kIPBBRows);
+    // An open group: the first key frame is shown second, and the frame shown before it refers to it both ways.
+    EXPECT_EQ(Make(Frames({0x60, 0x08}, {{1, 100}, {1, -100}}), QT::kResultSuccess),
+              (Rows{{1, 1, 1, 0x60}, {-1, 0, 0, 0x08}}));
     // An anchor without references (0x40 and 0x20 together) is a key frame that may be shown before others.
     EXPECT_TRUE(OpenTrackOf(ipbb).track->VideoTrackHasEarlierDisplayKeyFrames());
     const TrackPlan noEarlier = Frames({0x40, 0x20, 0x08, 0x08}, kIPBBOffsets);

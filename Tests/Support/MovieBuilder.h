@@ -177,6 +177,7 @@ struct TrackPlan {
     std::uint32_t flags = 1; // enabled
     std::uint32_t duration = 100;
     std::int32_t width = 0, height = 0; // whole pixels
+    std::uint32_t matrixW = 0x40000000;  // the matrix's w, 2.30 fixed point
     std::uint32_t mediaTimeScale = 600;
     std::uint32_t mediaDuration = 100;
     std::optional<std::vector<std::array<std::uint32_t, 3>>> edits{}; // duration, media time, rate; with `edts` when set
@@ -193,13 +194,16 @@ struct TrackPlan {
     std::optional<Atom> dinf{};               // replaces the self-contained `dinf`
     std::optional<std::string> hdlrSubtype{}; // replaces the subtype taken from mediaType
 };
-// The identity matrix of `tkhd` and `mvhd`.
-inline ByteWriter& Identity(ByteWriter& w) { return w.U32(0x10000).Zeros(12).U32(0x10000).Zeros(12).U32(0x40000000); }
+// The identity matrix of `tkhd` and `mvhd` (w of 1 unless given).
+inline ByteWriter& Identity(ByteWriter& m, std::uint32_t w = 0x40000000)
+{
+    return m.U32(0x10000).Zeros(12).U32(0x10000).Zeros(12).U32(w);
+}
 inline Atom BuildTrak(const TrackPlan& plan)
 {
     ByteWriter tkhd; // flags, times, track id 1, duration, layer, group, volume, matrix, width, height
     tkhd.U32(plan.flags).Zeros(8).U32(1).U32(0).U32(plan.duration).Zeros(16);
-    Identity(tkhd).U32(static_cast<std::uint32_t>(plan.width << 16)).U32(static_cast<std::uint32_t>(plan.height << 16));
+    Identity(tkhd, plan.matrixW).U32(static_cast<std::uint32_t>(plan.width << 16)).U32(static_cast<std::uint32_t>(plan.height << 16));
     std::vector<Atom> trak{Atom("tkhd", tkhd.Take())};
     if (plan.edits) trak.emplace_back("edts", std::vector<Atom>{Table("elst", *plan.edits)});
 

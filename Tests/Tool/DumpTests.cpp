@@ -12,7 +12,7 @@ namespace {
 // Places in the dumps of built movies, and what they hold (in Data/built-dumps.json).
 TEST(Dump, WhatOnlyBuiltMoviesShow)
 {
-    MoviePlan meta, badRefs, empty; // metadata of each kind, keys out of map order
+    MoviePlan meta, badRefs, empty, flat; // metadata of each kind, keys out of map order
     meta.extraMoov = {Atom("meta", {Atom("hdlr", HdlrPayload("mdta")),
                                     Keys({"title", "\xff\xfe", "count", "big", "q\"\n", "blob", "ratio", "wide"}),
                                     Ilst({{1, 1, {'H', 'i'}}, {2, 1, {'x'}}, {3, 21, {0xff, 0xfe}}, {4, 22, Bytes(4, 0xff)},
@@ -20,12 +20,14 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
                                           {8, 24, {0x3f, 0xf8, 0, 0, 0, 0, 0, 0}}})})};
     badRefs.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2); // a second reference not there
     empty.tracks[0].edits = {{{600, 0xffffffff, 0x10000}}}; // shows no media: the library's media time, -1
+    flat.tracks[0].matrixW = 0; // the identity in two dimensions only: no right angle, so no rotation
     std::uint64_t dinf = 0; // where the library's walk stops in the refused movie
     TempFile metadata(BuildMovieFile(meta)), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs)),
-        emptyEdit(BuildMovieFile(empty)), refused(RefusedMovie(dinf));
+        emptyEdit(BuildMovieFile(empty)), refused(RefusedMovie(dinf)), flatMatrix(BuildMovieFile(flat));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
     const std::map<std::string, std::string> movies = {{"metadata", metadata.Path()}, {"refs", refs.Path()},
-        {"found", found.Path()}, {"bad", bad.Path()}, {"emptyEdit", emptyEdit.Path()}, {"refused", refused.Path()}};
+        {"found", found.Path()}, {"bad", bad.Path()}, {"emptyEdit", emptyEdit.Path()}, {"refused", refused.Path()},
+        {"flat", flatMatrix.Path()}};
     const json expected = json::parse(std::ifstream(TestDataDir() / "built-dumps.json")); // each movie's places
     ASSERT_EQ(expected.size(), movies.size());
     for (const auto& [movie, places] : expected.items())
