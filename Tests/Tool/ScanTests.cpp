@@ -20,8 +20,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A folder of every kind of entry: movies (one damaged, one whose media are missing, one a sparse file of
-// 100 GB with its movie atom at the end), a movie the library refuses, a text file, a FIFO, a socket, a link
+// A folder of every kind of entry: movies (one damaged, one whose time code lies past its end, one whose media
+// are missing, one a sparse file of 100 GB with its movie atom at the end), a movie the library refuses, a text file, a FIFO, a socket, a link
 // to the folder itself, a link to itself, a dangling link, and a folder that cannot be read.
 struct HostileTree {
     TempFile notes{Bytes(64, 'x'), "notes.txt"};
@@ -39,6 +39,8 @@ struct HostileTree {
         fs::copy_file(CorpusMovie("broadcast_2997_tc_c608_aac"), root / "movie.mov");
         fs::copy_file(CorpusMovie("damaged_stco_topbyte_single"), root / "damaged.mov");
         write(std::ofstream(root / "ref.mov", std::ios::binary), ReferenceMovie());
+        write(std::ofstream(root / "tc.mov", std::ios::binary),
+              BuildMovieFile({600, 100, {TimecodeTrack(TimecodeDescription(0, 600, 20, 30), "tmcd", 1u << 30)}, {}}));
         const Bytes moov = BuildMoov(MoviePlan{}).Serialize();
         const std::uint64_t size = std::uint64_t{100} << 30;
         std::ofstream sparse(root / "sparse.mov", std::ios::binary);
@@ -111,7 +113,7 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
     const std::vector<std::pair<std::string, std::string>> places = {
         {"{root}", tree.root.string()}, {"{dinf}", std::to_string(tree.refusedDinf)}, {"{clip}", kClip}, {"{take}", kTake}};
     const json rows = DataCases("scan-lines.json", places); // name, then what its line holds
-    ASSERT_EQ(rows.size(), 11u);
+    ASSERT_EQ(rows.size(), 12u);
     const std::vector<json> lines = JsonLines(one.out);
     ASSERT_EQ(lines.size(), rows.size() + 1) << one.out;
     json codecs = json::object();
@@ -129,9 +131,9 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
             codecs[codec] = codecs.value(codec, 0) + 1;
         }
     }
-    const json summary = {{"movies", 4}, {"notMovies", 2}, {"unreadable", 3}, {"skipped", 2}, {"foldersRead", 1},
+    const json summary = {{"movies", 5}, {"notMovies", 2}, {"unreadable", 3}, {"skipped", 2}, {"foldersRead", 1},
                           {"tracksByCodec", codecs}, {"missingReferences", {tree / "ref.mov"}},
-                          {"offsetsBeyondEnd", {tree / "damaged.mov"}}};
+                          {"offsetsBeyondEnd", {tree / "damaged.mov", tree / "tc.mov"}}};
     for (const auto& [key, value] : summary.items()) EXPECT_EQ(lines.back()["summary"][key], value) << key;
 
     // The same as a table and a summary for a person (patterns in order).
