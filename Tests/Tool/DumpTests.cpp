@@ -41,7 +41,7 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
 TEST(StartTimecode, RenderedFromTheFirstSample)
 {
     const json cases = json::parse(std::ifstream(TestDataDir() / "start-timecodes.json"))["cases"];
-    ASSERT_EQ(cases.size(), 9u);
+    ASSERT_EQ(cases.size(), 10u);
     for (const json& c : cases) {
         SCOPED_TRACE(c.dump());
         const std::uint32_t frame = c[4], offset = c[6];
@@ -53,6 +53,19 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
         const json startFrame = offset ? json() : json({{"code", "0x00000000"}, {"value", static_cast<std::int32_t>(frame)}});
         EXPECT_EQ(json({timecode["startFrame"], timecode["startTimecode"]}), json({startFrame, c[5]}));
     }
+}
+
+// With standard input closed, a file the dump opens can be descriptor 0: it is read all the same.
+TEST(Dump, StandardInputClosed)
+{
+    const std::string path = CorpusMovie("tc_25fps").string();
+    std::string document;
+    const int input = ::dup(0);
+    ::close(0);
+    atomscan_tool::WriteDumpJson(path, {}, document);
+    ::dup2(input, 0);
+    ::close(input);
+    EXPECT_EQ(json::parse(document), Dump(path));
 }
 
 // The tables of many frames go out whole, in bounded time (the test's timeout), and without the

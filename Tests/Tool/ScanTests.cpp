@@ -194,6 +194,8 @@ TEST(Scan, ProgressOnATerminalOnly)
     const std::regex drawn("\rscan: [0-9]+ of " + files + " files, [0-9]+ movies, [0-9.]+ MB/s.*\r +\r");
     EXPECT_TRUE(std::regex_search(StandardError({"scan", corpus}, true), drawn));
     EXPECT_EQ(StandardError({"scan", "--json", corpus}, false), "");
+    // With --json the lines go out between drawings, each after the line is cleared: never cleared twice.
+    EXPECT_FALSE(std::regex_search(StandardError({"scan", "--json", corpus}, true), std::regex("\r +\r\r +\r")));
 }
 
 // A file found by the walk that is gone, smaller or no longer a file when its turn comes is unreadable, and why.
