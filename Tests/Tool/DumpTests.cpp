@@ -55,19 +55,6 @@ TEST(StartTimecode, RenderedFromTheFirstSample)
     }
 }
 
-// With standard input closed, a file the dump opens can be descriptor 0: it is read all the same.
-TEST(Dump, StandardInputClosed)
-{
-    const std::string path = CorpusMovie("tc_25fps").string();
-    std::string document;
-    const int input = ::dup(0);
-    ::close(0);
-    atomscan_tool::WriteDumpJson(path, {}, document);
-    ::dup2(input, 0);
-    ::close(input);
-    EXPECT_EQ(json::parse(document), Dump(path));
-}
-
 // The tables of many frames go out whole, in bounded time (the test's timeout), and without the
 // output held in memory: they cost less memory than their text.
 TEST(Dump, LargeTablesStreamOut)
