@@ -21,13 +21,16 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
     badRefs.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2); // a second reference not there
     empty.tracks[0].edits = {{{600, 0xffffffff, 0x10000}}}; // shows no media: the library's media time, -1
     flat.tracks[0].matrixW = 0; // the identity in two dimensions only: no right angle, so no rotation
+    MoviePlan big{600, 100, {TimecodeTrack(TimecodeDescription(0, 600, 20, 30), "tmcd", 8)}, {}};
+    big.tracks[0].stszSizes = {(1u << 20) + 1}; // a time code sample of more than 1 MiB is not read
     std::uint64_t dinf = 0; // where the library's walk stops in the refused movie
     TempFile metadata(BuildMovieFile(meta)), refs(ReferenceMovie()), found(ReferenceMovie()), bad(BuildMovieFile(badRefs)),
-        emptyEdit(BuildMovieFile(empty)), refused(RefusedMovie(dinf)), flatMatrix(BuildMovieFile(flat));
+        emptyEdit(BuildMovieFile(empty)), refused(RefusedMovie(dinf)), flatMatrix(BuildMovieFile(flat)),
+        bigTimecode(BuildMovieFile(big, Bytes((1u << 20) + 1)));
     for (const char* name : {"clip.mov", "take.wav"}) std::ofstream(found.Path().parent_path() / name) << "media";
     const std::map<std::string, std::string> movies = {{"metadata", metadata.Path()}, {"refs", refs.Path()},
         {"found", found.Path()}, {"bad", bad.Path()}, {"emptyEdit", emptyEdit.Path()}, {"refused", refused.Path()},
-        {"flat", flatMatrix.Path()}};
+        {"flat", flatMatrix.Path()}, {"bigTimecode", bigTimecode.Path()}};
     const json expected = json::parse(std::ifstream(TestDataDir() / "built-dumps.json")); // each movie's places
     ASSERT_EQ(expected.size(), movies.size());
     for (const auto& [movie, places] : expected.items())
