@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the normal suite, the
 # suite under AddressSanitizer and UndefinedBehaviorSanitizer, and the
-# tests that start threads under ThreadSanitizer, then a short run of each fuzz target
+# tests that start threads and the scan's workers under ThreadSanitizer, then a short run of each fuzz target
 # over its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
