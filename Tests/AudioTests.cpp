@@ -54,7 +54,7 @@ void CheckFields(std::vector<Fields> cases)
 // `enda` that must not count. The corpus has the common formats.
 TEST(SoundDescription, FormatCodesAndWidths)
 {
-    const nlohmann::json rows = nlohmann::json::parse(std::ifstream(TestDataDir() / "sound-formats.json"))["cases"];
+    const nlohmann::json rows = DataRows("sound-formats.json");
     ASSERT_EQ(rows.size(), 18u);
     std::vector<Fields> cases;
     for (const nlohmann::json& row : rows) {

@@ -36,8 +36,6 @@ Bytes Sized(std::vector<TrackPlan> tracks)
     return BuildMovieFile(plan, Bytes(F - BuildMovieFile(plan).size(), 0));
 }
 
-std::size_t Find(const Bytes& b, const char* t) { return std::search(b.begin(), b.end(), t, t + 4) - b.begin(); }
-
 // Builds a file whose table that counts holds the given offsets.
 using Build = std::function<Bytes(const Offsets&)>;
 
@@ -49,7 +47,7 @@ Build WithCount(std::uint32_t count)
         TrackPlan video = Track("vide", v);
         video.extraStbl.push_back(Atom("free", Bytes(16, 0)));
         Bytes file = Sized({video});
-        std::copy_n(ByteWriter().U32(count).Get().begin(), 4, file.begin() + Find(file, "stco") + 8);
+        std::copy_n(ByteWriter().U32(count).Get().begin(), 4, file.begin() + *HeaderAt(file, "stco", 0) + 12);
         return file;
     };
 }
@@ -77,7 +75,7 @@ TEST(FixMovie, MendsOnlyDamagedEntries)
         {"a movie whose 8-byte mvhd ends it", WithMvhdLast, kDamaged, kMended, true},
         {"no movie", [](const Offsets& v) {
              Bytes b = Sized({Track("vide", v)});
-             b[Find(b, "mvhd")] = 'x';
+             b[*HeaderAt(b, "mvhd", 0) + 4] = 'x';
              return b;
          }, kDamaged, kDamaged, false},
         {"a count that runs past the table's atom", WithCount(4), kDamaged, kDamaged, false},

@@ -183,7 +183,7 @@ QT::ExternalReferenceMap References(const nlohmann::json& refs, const std::strin
 // The cases are in Data/reference-routes.json.
 TEST(ValidateExternalReferences, RoutesToEachFile)
 {
-    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "reference-routes.json"))["cases"];
+    const nlohmann::json cases = DataRows("reference-routes.json");
     ASSERT_EQ(cases.size(), 20u);
     for (const nlohmann::json& c : cases) {
         SCOPED_TRACE(c[0].get<std::string>());

@@ -10,7 +10,7 @@ using Edits = std::vector<std::array<std::uint32_t, 3>>;
 // The cases are in Data/edit-analysis.json.
 TEST(EditAnalysis, ReducesTheEditList)
 {
-    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "edit-analysis.json"))["cases"];
+    const nlohmann::json cases = DataRows("edit-analysis.json");
     ASSERT_EQ(cases.size(), 13u);
     for (const nlohmann::json& c : cases) {
         SCOPED_TRACE(c[0].get<std::string>());

@@ -90,7 +90,7 @@ TEST(LogicalDriveTable, FindDriveRoot)
                       Volume(u"/media/data2/", u"data"), Volume(u"/srv/c:/", u"Colon:Label"),
                       Volume(u"c:/", u"Backup")});
     QT::LogicalDriveTable table;
-    const nlohmann::json cases = nlohmann::json::parse(std::ifstream(TestDataDir() / "drive-roots.json"))["cases"];
+    const nlohmann::json cases = DataRows("drive-roots.json");
     ASSERT_EQ(cases.size(), 13u);
     for (const nlohmann::json& c : cases)
         EXPECT_EQ(table.FindDriveRoot(ToString16(c[0]), c[1]), ToString16(c[2])) << c[0];

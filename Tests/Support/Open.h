@@ -12,6 +12,7 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <tuple>
 
@@ -44,10 +45,23 @@ inline nlohmann::json Probe(const std::string& name)
 
 using Change = std::function<void(TrackPlan&)>; // a change to a built track
 
-// The cases of a data file beside the tests (Tests/Data/<name>).
-inline nlohmann::json DataRows(const std::string& name)
+// The cases of a data file beside the tests (Tests/Data/<name>), each placeholder of its text replaced.
+inline nlohmann::json DataRows(const std::string& name,
+                               const std::vector<std::pair<std::string, std::string>>& places = {})
 {
-    return nlohmann::json::parse(std::ifstream(TestDataDir() / name))["cases"];
+    std::stringstream in;
+    in << std::ifstream(TestDataDir() / name).rdbuf();
+    std::string text = in.str();
+    for (const auto& [key, value] : places)
+        for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
+    return nlohmann::json::parse(text)["cases"];
+}
+// File offset of the `nth` header of `type` in `file`, found by its four characters.
+inline std::optional<std::uint64_t> HeaderAt(const Bytes& file, const std::string& type, int nth)
+{
+    for (std::size_t at = 4; at + 4 <= file.size(); ++at)
+        if (std::equal(type.begin(), type.end(), file.begin() + at) && nth-- == 0) return at - 4;
+    return std::nullopt;
 }
 // A result code written as in the dumps ("0xa0800007").
 inline QT::ResultCode CodeOf(const nlohmann::json& hex) { return std::stoul(hex.get<std::string>(), nullptr, 16); }

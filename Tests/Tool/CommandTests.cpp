@@ -22,7 +22,7 @@ TEST(Info, SummarizesEachMovieAndGoesOnPastOneThatFails)
                                   emptyEdit.Path()});
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "atomscan: /nonexistent/clip.mov: cannot open the file\n");
-    const json lines = DataCases("info-lines.json");
+    const json lines = DataRows("info-lines.json");
     ASSERT_EQ(lines.size(), 12u);
     std::size_t at = r.out.find(sample);
     for (const json& line : lines) {
@@ -61,7 +61,7 @@ TEST(Command, ExitCodesAndMessages)
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     struct Case { std::vector<std::string> args; int exitCode; std::string errEnd, open; }; // `open`: the code in the dump, if one
     std::vector<Case> cases;
-    for (const json& c : DataCases("command-errors.json", {{"{gone}", "/nonexistent/clip.mov"}, {"{junk}", text.Path()},
+    for (const json& c : DataRows("command-errors.json", {{"{gone}", "/nonexistent/clip.mov"}, {"{junk}", text.Path()},
                                                           {"{refused}", refused.Path()}, {"{dinf}", std::to_string(dinf)}}))
         cases.push_back({c[0], c[1], c[2], c.size() < 4 ? "" : c[3]});
     ASSERT_EQ(cases.size(), 28u);
@@ -91,7 +91,7 @@ TEST(Refs, TellEachFileFoundOrMissing)
     unreadable.tracks[0].dinf = DataInformation({AliasEntry(Alias("clip.mov"))}, 2);
     const std::map<std::string, Bytes> movies = {{"reference", ReferenceMovie()}, {"unreadable", BuildMovieFile(unreadable)},
                                                  {"short_1s", ReadFile(CorpusMovie("short_1s"))}};
-    const json cases = DataCases("refs.json", {{"{clip}", kClip}, {"{take}", kTake}});
+    const json cases = DataRows("refs.json", {{"{clip}", kClip}, {"{take}", kTake}});
     ASSERT_EQ(cases.size(), 5u);
     for (const json& row : cases) {
         const struct { Bytes movie; std::vector<std::string> beside; std::string command; int exit; std::string out, err; } c
@@ -129,7 +129,7 @@ TEST(Fix, MendsOnlyTheDamagedChunkOffsets)
     const std::vector<std::uint64_t> sound = {0x100, 0x200, 0x300, 0x400};
     TempFile refused(StszLast(sound));
     EXPECT_EQ(Dump(refused.Path())["open"], "0xa0800001");
-    const json runs = DataCases("fix-runs.json"); // what each run prints, for each movie in turn
+    const json runs = DataRows("fix-runs.json"); // what each run prints, for each movie in turn
     const struct { Bytes damaged, mended; } kCases[] = {
         {corpus("damaged_stco_topbyte_single"), corpus("layout_faststart")},
         {edges, edgesMended}, // entry 10 is judged against entry 11 as stored, so only a second run mends it
@@ -167,7 +167,7 @@ TEST(Fix, OutputAndBackupNeverLoseAFile)
                   std::string errEnd; };
     const std::map<std::string, Bytes> contents = {{"damaged", damaged}, {"mended", mended}, {"old", old}, {"", {}}};
     std::vector<Case> kCases;
-    for (const json& c : DataCases("fix-output.json")) {
+    for (const json& c : DataRows("fix-output.json")) {
         kCases.push_back({c[0], c[1], c[2], {}, c[4]});
         for (const auto& [name, content] : c[3].items()) kCases.back().files[name] = contents.at(content);
     }

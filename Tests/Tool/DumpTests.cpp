@@ -43,7 +43,7 @@ TEST(Dump, WhatOnlyBuiltMoviesShow)
 // (which comes last, so its place is known from the file's size); the cases are in Data/start-timecodes.json.
 TEST(StartTimecode, RenderedFromTheFirstSample)
 {
-    const json cases = json::parse(std::ifstream(TestDataDir() / "start-timecodes.json"))["cases"];
+    const json cases = DataRows("start-timecodes.json");
     ASSERT_EQ(cases.size(), 10u);
     for (const json& c : cases) {
         SCOPED_TRACE(c.dump());

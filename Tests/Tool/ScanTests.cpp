@@ -112,7 +112,7 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
 
     const std::vector<std::pair<std::string, std::string>> places = {
         {"{root}", tree.root.string()}, {"{dinf}", std::to_string(tree.refusedDinf)}, {"{clip}", kClip}, {"{take}", kTake}};
-    const json rows = DataCases("scan-lines.json", places); // name, then what its line holds
+    const json rows = DataRows("scan-lines.json", places); // name, then what its line holds
     ASSERT_EQ(rows.size(), 12u);
     const std::vector<json> lines = JsonLines(one.out);
     ASSERT_EQ(lines.size(), rows.size() + 1) << one.out;
@@ -138,7 +138,7 @@ TEST(Scan, EveryKindOfEntryALineInPathOrder)
 
     // The same as a table and a summary for a person (patterns in order).
     const ToolResult text = RunTool({"scan", tree.root}, 60, kScanUser);
-    const json patterns = DataCases("scan-text.json", places);
+    const json patterns = DataRows("scan-text.json", places);
     ASSERT_EQ(patterns.size(), 11u);
     auto from = text.out.cbegin();
     for (const std::string pattern : patterns) {
@@ -153,7 +153,7 @@ TEST(Scan, FailOnTurnsFindingsIntoStatus2)
 {
     const std::string damaged = CorpusMovie("damaged_stco_topbyte_single").string();
     const TempFile reference(ReferenceMovie());
-    const json cases = DataCases("scan-fail-on.json", {{"{damaged}", damaged}, {"{reference}", reference.Path()}});
+    const json cases = DataRows("scan-fail-on.json", {{"{damaged}", damaged}, {"{reference}", reference.Path()}});
     ASSERT_EQ(cases.size(), 7u);
     for (const json& c : cases) {
         const ToolResult r = RunTool(c[0], 60);

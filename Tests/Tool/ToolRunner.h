@@ -6,8 +6,6 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <sstream>
-
 #include <nlohmann/json.hpp>
 
 #include "Tests/Support/Open.h"
@@ -61,16 +59,6 @@ inline ToolResult RunTool(std::vector<std::string> args, unsigned timeoutSeconds
 
 // The standard output as JSON (a discarded value, which equals nothing, when it is not JSON).
 inline json ParseOut(const ToolResult& r) { return json::parse(r.out, nullptr, false); }
-// The cases of a data file beside the tests (Tests/Data/<name>), each placeholder of its text replaced.
-inline json DataCases(const std::string& name, const std::vector<std::pair<std::string, std::string>>& places = {})
-{
-    std::stringstream in;
-    in << std::ifstream(TestDataDir() / name).rdbuf();
-    std::string text = in.str();
-    for (const auto& [key, value] : places)
-        for (std::size_t at; (at = text.find(key)) != std::string::npos;) text.replace(at, key.size(), value);
-    return json::parse(text)["cases"];
-}
 // The document `atomscan dump` prints, made in this process by the library the command is made of.
 inline json Dump(const std::string& path)
 {
@@ -103,9 +91,7 @@ inline Bytes RefusedMovie(std::uint64_t& outDinf)
     std::vector<Atom>& minf = moov.children.at(2).children.back().children.back().children; // trak, mdia, minf
     minf.erase(minf.begin());
     const Bytes movie = Concat({moov, Atom("mdat", Bytes(16))});
-    const std::string dinf = "dinf";
-    const auto first = std::search(movie.begin(), movie.end(), dinf.begin(), dinf.end());
-    outDinf = static_cast<std::uint64_t>(std::search(first + 1, movie.end(), dinf.begin(), dinf.end()) - movie.begin()) - 4;
+    outDinf = *HeaderAt(movie, "dinf", 1);
     return movie;
 }
 

@@ -88,10 +88,11 @@ QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options
     return code;
 }
 
-QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::FILE* out)
+QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::FILE* out,
+                             QT::internal::OpenRefusal* outRefusal)
 {
     JsonWriter w(out);
-    const QT::ResultCode code = WriteDump(w, path, options);
+    const QT::ResultCode code = WriteDump(w, path, options, outRefusal);
     w.Finish();
     return code;
 }

@@ -3,17 +3,14 @@
 
 #include "Commands.h"
 #include "common/MovieFile.h"
-#include "dump/Dump.h"
+#include "dump/DumpJson.h"
 
 namespace atomscan_tool {
 
 int RunDump(const std::string& path, const DumpOptions& options)
 {
-    // As WriteDumpJson writes it, with the refusal kept for the error line.
-    JsonWriter w(stdout);
     QT::internal::OpenRefusal refusal;
-    const QT::ResultCode code = WriteDump(w, path, options, &refusal);
-    w.Finish();
+    const QT::ResultCode code = WriteDumpJson(path, options, stdout, &refusal);
     if (code == QT::kResultSuccess) return kExitOk;
     ReportError(path + ": " + OpenFailureText(code, refusal));
     return kExitFailed;

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "Inc/AtomscanInternal.h"
 #include "Inc/AtomscanTypes.h"
 
 namespace atomscan_tool {
@@ -21,7 +22,9 @@ struct DumpOptions {
 QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::string& outJson);
 
 // The same document, written to `out` as it is made: a table of any length
-// costs no more memory than one of its records.
-QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::FILE* out);
+// costs no more memory than one of its records. Why the library refused the
+// file goes to `outRefusal` too, unless it is null.
+QT::ResultCode WriteDumpJson(const std::string& path, const DumpOptions& options, std::FILE* out,
+                             QT::internal::OpenRefusal* outRefusal = nullptr);
 
 } // namespace atomscan_tool
